@@ -1,0 +1,26 @@
+#ifndef CH_H
+#define CH_H
+
+// The whole public interface of chanlib.
+
+#include <ch/CH_Version.h>
+
+#include <ut/UT_Array.h>
+#include <ut/UT_EnvControl.h>
+#include <ut/UT_Error.h>
+#include <ut/UT_ErrorManager.h>
+#include <ut/UT_ExprVariableScan.h>
+#include <ut/UT_FloatArray.h>
+#include <ut/UT_IntArray.h>
+#include <ut/UT_Interrupt.h>
+#include <ut/UT_PtrArray.h>
+#include <ut/UT_RefArray.h>
+#include <ut/UT_String.h>
+#include <ut/UT_StringArray.h>
+#include <ut/UT_SymbolTable.h>
+#include <ut/UT_Thread.h>
+#include <ut/UT_ThreadSlots.h>
+#include <ut/UT_Vector3.h>
+#include <ut/UT_WorkBuffer.h>
+
+#endif

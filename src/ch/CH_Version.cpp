@@ -1,0 +1,6 @@
+#include "CH_Version.h"
+
+const char *CHgetVersion()
+{
+    return CHANLIB_VERSION;
+}

@@ -1,0 +1,41 @@
+#ifndef UT_THREAD_H
+#define UT_THREAD_H
+
+/// Thread numbering for the per-thread slots of the library.
+///
+/// Every thread that asks gets a sequential number, starting at 1. The
+/// number is stable for the life of the thread and never handed to another
+/// thread while it lives; when a thread ends its number returns to a pool
+/// and the next new thread takes the smallest free one, so numbers stay
+/// small (and in the inline slots) for programs that start and stop worker
+/// threads repeatedly.
+class UT_Thread
+{
+public:
+    /// This thread's number (1-based). The first call on a thread assigns
+    /// it; later calls are a single thread-local read.
+    static int getMySequentialThreadIndex()
+    {
+        int index = theThreadIndex;
+        if (__builtin_expect(index != 0, 1))
+            return index;
+        return assignThreadIndex();
+    }
+
+    /// The highest number handed out so far: an upper bound of the numbers
+    /// of the live threads.
+    static int getHighestThreadIndex();
+
+    /// The number of hardware threads, at least 1.
+    static int getNumProcessors();
+
+private:
+    static int assignThreadIndex();
+
+    // A plain __thread int (no dynamic initialisation, so no TLS wrapper
+    // call) in the initial-exec model keeps the hot path to one load, even
+    // when the reader is a program linked against the shared library.
+    static __thread int theThreadIndex __attribute__((tls_model("initial-exec")));
+};
+
+#endif
