@@ -150,16 +150,12 @@ TEST(UT_String, FindStringTable)
 TEST(UT_String, ChangeStringTable)
 {
     struct Case { const char *text, *from, *to; bool whole; const char *expect; int count; } cases[] = {
-        {"aaa", "a", "aa", false, "aaaaaa", 3},
-        {"x xx x_1 (x)", "x", "y", true, "y xx x_1 (y)", 2},
-        {"x.x", "x", "yy", true, "yy.yy", 2},
-        {"aaaa", "aa", "b", false, "bb", 2},
-        {"aaa", "aa", "b", false, "ba", 1},
-        {"abab", "ab", nullptr, false, "", 2},
-        {"ba a a", "a a", "X", true, "ba X", 1}, // rejected match overlaps the bounded one
-        {"AbA", "a", "b", false, "AbA", 0},
-        {"abc", "", "z", false, "abc", 0},
+        {"aaa", "a", "aa", false, "aaaaaa", 3}, {"x xx x_1 (x)", "x", "y", true, "y xx x_1 (y)", 2},
+        {"x.x", "x", "yy", true, "yy.yy", 2},   {"aaaa", "aa", "b", false, "bb", 2},
+        {"aaa", "aa", "b", false, "ba", 1},     {"abab", "ab", nullptr, false, "", 2},
+        {"AbA", "a", "b", false, "AbA", 0},     {"abc", "", "z", false, "abc", 0},
         {"abc", nullptr, "z", false, "abc", 0},
+        {"ba a a", "a a", "X", true, "ba X", 1}, // rejected match overlaps the bounded one
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.text) + ": " + (c.from ? c.from : "(null)"));
