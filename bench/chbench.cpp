@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iostream>
+#include <unistd.h>
 #include <map>
 #include <utility>
 #include <vector>
@@ -30,6 +32,9 @@ std::vector<std::pair<std::string, double>> &chFigures()
 class chReporter : public benchmark::ConsoleReporter
 {
 public:
+    // Colour only on a terminal: tools read the ratio lines from pipes.
+    chReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_ColorTabular : OO_Tabular) {}
+
     void ReportRuns(const std::vector<Run> &runs) override
     {
         ConsoleReporter::ReportRuns(runs);
@@ -79,6 +84,7 @@ int main(int argc, char **argv)
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
+    std::cout.flush();
     const auto &best = reporter.best();
     for (const chComparison &c : chComparisons()) {
         auto ours = best.find(c.ours), base = best.find(c.baseline);
