@@ -1,0 +1,285 @@
+#include <ev/EV_Engine.h>
+
+#include "evCompiler.h"
+#include "evEvaluate.h"
+#include "evLibrary.h"
+#include "evRegistry.h"
+
+#include <ut/UT_String.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+const ev_ThreadErrNo EXPR_theErrNo{};
+
+// ---- Records ---------------------------------------------------------------
+
+EV_EXPRESSION::EV_EXPRESSION() = default;
+EV_EXPRESSION::~EV_EXPRESSION() = default;
+
+bool EV_EXPRESSION::isCompiled() const
+{
+    return myProgram && myProgram->compileError == 0;
+}
+
+int EV_EXPRESSION::getCompileError() const
+{
+    return myProgram ? myProgram->compileError : 0;
+}
+
+EV_FUNCTION::EV_FUNCTION(unsigned flags, const char *name, int nargs, int result_type,
+                         const int *arg_types, EV_EVALUATE_FUNC evaluate, EV_DEPEND_FUNC depend,
+                         EV_CHANGEREF_FUNC changeref, int deterministic, bool needs_lock)
+    : myFlags(flags), myName(name ? name : ""), myResultType(result_type), myEvaluate(evaluate),
+      myDepend(depend), myChangeRef(changeref), myDeterministic(deterministic), myNeedsLock(needs_lock)
+{
+    for (int i = 0; i < nargs; ++i)
+        myArgTypes.push_back(arg_types ? arg_types[i] : EV_TYPEFLOAT);
+}
+
+// ---- Expressions -----------------------------------------------------------
+
+EV_EXPRESSION *ev_AllocExpr()
+{
+    return new EV_EXPRESSION;
+}
+
+void ev_FreeExpr(EV_EXPRESSION *expr)
+{
+    delete expr;
+}
+
+int ev_ChangeExpr(EV_EXPRESSION *expr, const char *text, int thread)
+{
+    if (!expr)
+        return 0;
+    expr->setFlags(0);
+    expr->myHasText = text != nullptr;
+    expr->myText = text ? text : "";
+    if (!text) {
+        expr->myProgram.reset();
+        return 1;
+    }
+    unsigned flags = 0;
+    expr->myProgram = evCompile(text, flags, thread);
+    expr->orFlags(flags);
+    return expr->myProgram->compileError == 0;
+}
+
+int ev_EvaluateFloat(EV_EXPRESSION *expr, float *result, int thread)
+{
+    evResult r;
+    bool ok = expr && evEvaluate(*expr, r, false, thread);
+    if (result)
+        *result = ok ? static_cast<float>(r.f) : 0.0f;
+    return ok;
+}
+
+int ev_EvaluateString(EV_EXPRESSION *expr, UT_String &result, int thread)
+{
+    evResult r;
+    bool ok = expr && evEvaluate(*expr, r, true, thread);
+    result = ok ? r.s : std::string();
+    return ok;
+}
+
+void ev_UnresolveVars(EV_EXPRESSION *expr, int)
+{
+    if (!expr || !expr->myProgram)
+        return;
+    for (evBinding &b : expr->myProgram->bindings) {
+        b.type = nullptr;
+        b.binding = EV_VarBinding();
+    }
+    expr->myProgram->usesStrings = true;
+}
+
+std::string ev_Disassemble(const EV_EXPRESSION *expr)
+{
+    return expr && expr->myProgram ? expr->myProgram->disassemble() : std::string();
+}
+
+// ---- Errors ----------------------------------------------------------------
+
+int ev_GetErrNo(int thread)
+{
+    return evGetThreadState(thread).error;
+}
+
+void ev_SetErrNo(int err, int thread)
+{
+    evGetThreadState(thread).error = err;
+}
+
+void ev_RaiseError(int err, int thread)
+{
+    evThreadState &state = evGetThreadState(thread);
+    if (!state.error)
+        state.error = err;
+}
+
+void ev_SetCustomErrorMessage(const char *text, int thread)
+{
+    evThreadState &state = evGetThreadState(thread);
+    state.custom = text ? text : "";
+    state.error = EV_ERRCUSTOM;
+}
+
+const char *ev_GetErrorTextForThread(int err, int thread)
+{
+    static const char *const theTexts[] = {
+        "No error",
+        "Syntax error",
+        "Unknown function",
+        "Wrong number of arguments",
+        "Bad argument type",
+        "Undefined variable",
+        "Division by zero",
+        "Invalid vector or matrix operation",
+        "Expression recursion too deep",
+    };
+    if (err == EV_ERRCUSTOM)
+        return evGetThreadState(thread).custom.c_str();
+    if (err >= 0 && err < static_cast<int>(sizeof(theTexts) / sizeof(theTexts[0])))
+        return theTexts[err];
+    return "Unknown error";
+}
+
+const char *ev_GetErrorText(int err)
+{
+    return ev_GetErrorTextForThread(err, 0);
+}
+
+// ---- Registration ----------------------------------------------------------
+
+void ev_AddFunction(EV_FUNCTION *func)
+{
+    evRegistry::get().addFunction(func);
+}
+
+EV_FUNCTION *ev_FindFunction(const char *name)
+{
+    evFuncSlot *slot = evRegistry::get().findSlot(name ? name : "");
+    return slot ? slot->record.load(std::memory_order_acquire) : nullptr;
+}
+
+void ev_AddType(EV_TYPEDEF *type)
+{
+    evRegistry::get().addDefineType(type);
+}
+
+void ev_AddVariableType(EV_TYPEDEF *type, int)
+{
+    evRegistry::get().addVariableType(type);
+}
+
+void ev_SetExpander(EV_EXPANDER expander)
+{
+    evRegistry::get().expander.store(expander, std::memory_order_release);
+}
+
+void ev_SetVariableCallback(EV_VARIABLE_CALLBACK callback)
+{
+    evRegistry::get().variableCallback.store(callback, std::memory_order_release);
+}
+
+void ev_SetOptimization(int level)
+{
+    evRegistry::get().optimization.store(level, std::memory_order_relaxed);
+}
+
+int ev_GetOptimization()
+{
+    return evRegistry::get().optimization.load(std::memory_order_relaxed);
+}
+
+namespace {
+
+// Runs an initialiser once per process.
+template <typename F>
+void evOnce(std::atomic<bool> &done, F &&f)
+{
+    bool expected = false;
+    if (done.compare_exchange_strong(expected, true))
+        f();
+}
+
+std::atomic<bool> theFloatInit{false}, theStringInit{false}, theVectorInit{false};
+
+} // namespace
+
+void ev_InitFloat()
+{
+    evOnce(theFloatInit, evRegisterFloatLibrary);
+}
+
+void ev_InitString()
+{
+    evOnce(theStringInit, evRegisterStringLibrary);
+}
+
+void ev_InitVector()
+{
+    // Vector and matrix values come later; nothing to register yet.
+    evOnce(theVectorInit, [] {});
+}
+
+void ev_InitVariable()
+{
+    evRegistry::get().environmentFallback.store(true, std::memory_order_relaxed);
+}
+
+void ev_InitUserFunc()
+{
+    evRegistry::get().userFunctions.store(true, std::memory_order_relaxed);
+}
+
+// ---- Conversions -----------------------------------------------------------
+
+double ev_StringToFloat(const char *text)
+{
+    if (!text)
+        return 0.0;
+    // Take the longest prefix of the form [blanks][sign]digits[.digits][e[sign]digits]
+    // and hand only that to strtod, so hex, inf and nan never count.
+    const char *p = text;
+    while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r')
+        ++p;
+    const char *start = p;
+    if (*p == '+' || *p == '-')
+        ++p;
+    const char *digits = p;
+    while (*p >= '0' && *p <= '9')
+        ++p;
+    bool any = p != digits;
+    if (*p == '.') {
+        ++p;
+        const char *frac = p;
+        while (*p >= '0' && *p <= '9')
+            ++p;
+        any = any || p != frac;
+    }
+    if (!any)
+        return 0.0;
+    if (*p == 'e' || *p == 'E') {
+        const char *e = p + 1;
+        if (*e == '+' || *e == '-')
+            ++e;
+        if (*e >= '0' && *e <= '9') {
+            while (*e >= '0' && *e <= '9')
+                ++e;
+            p = e;
+        }
+    }
+    std::string number(start, static_cast<std::size_t>(p - start));
+    return std::strtod(number.c_str(), nullptr);
+}
+
+std::string ev_FloatToString(double value)
+{
+    char buf[64];
+    std::snprintf(buf, sizeof(buf), "%g", value);
+    return buf;
+}

@@ -1,0 +1,302 @@
+// The float functions of the standard library.
+
+#include "evLibrary.h"
+
+#include <ev/EV_Engine.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace {
+
+constexpr double thePi = 3.14159265358979323846;
+constexpr double theDegToRad = thePi / 180.0;
+constexpr double theRadToDeg = 180.0 / thePi;
+
+double evArg(EV_SYMBOL **argv, int i) { return argv[i]->getFloat(); }
+
+void evBadArg(EV_SYMBOL *result, int thread)
+{
+    ev_RaiseError(EV_ERRBADARG, thread);
+    result->setFloat(0.0);
+}
+
+// ---- Degree trigonometry ---------------------------------------------------
+//
+// Reducing in degrees, where multiples of 90 are exact, makes sin(180),
+// cos(90) and the like exactly 0 instead of a rounding residue of pi.
+
+struct evQuarter
+{
+    double s, c; // sine and cosine of the remainder
+    int quarter; // whole quarter turns, 0..3
+};
+
+evQuarter evReduce(double deg)
+{
+    double r = std::fmod(deg, 360.0);
+    double q = std::round(r / 90.0);
+    r -= q * 90.0; // exact: within [-45, 45] and on r's grid
+    int quarter = static_cast<int>(q) & 3;
+    return {std::sin(r * theDegToRad), std::cos(r * theDegToRad), quarter};
+}
+
+// Adding +0 turns the -0 of an exact zero into 0, so it never prints as "-0".
+double evSinDeg(double deg)
+{
+    if (!std::isfinite(deg))
+        return std::sin(deg);
+    evQuarter e = evReduce(deg);
+    const double v[4] = {e.s, e.c, -e.s, -e.c};
+    return v[e.quarter] + 0.0;
+}
+
+double evCosDeg(double deg)
+{
+    if (!std::isfinite(deg))
+        return std::cos(deg);
+    evQuarter e = evReduce(deg);
+    const double v[4] = {e.c, -e.s, -e.c, e.s};
+    return v[e.quarter] + 0.0;
+}
+
+// ---- Mapping helpers -------------------------------------------------------
+
+// Clamped to the interval between the bounds, whichever order they are in.
+double evClamp(double v, double lo, double hi)
+{
+    if (lo > hi)
+        std::swap(lo, hi);
+    return v < lo ? lo : (v > hi ? hi : v);
+}
+
+// Exact at both ends of the new range; a NaN input maps to nmin.
+double evFit(double v, double omin, double omax, double nmin, double nmax)
+{
+    if (omin == omax)
+        return nmin;
+    double t = (v - omin) / (omax - omin);
+    if (!(t > 0.0))
+        return nmin;
+    if (t >= 1.0)
+        return nmax;
+    return nmin + (nmax - nmin) * t;
+}
+
+// A deterministic hash of the value's IEEE bits (splitmix64's mixer). Both
+// zeros and all NaNs hash alike. 24 bits of result keep it exactly
+// representable as a float, so it stays below 1 when stored as one.
+double evRandom(double seed)
+{
+    if (seed == 0.0)
+        seed = 0.0;
+    else if (std::isnan(seed))
+        seed = std::numeric_limits<double>::quiet_NaN();
+    std::uint64_t x;
+    static_assert(sizeof(x) == sizeof(seed), "double must be 64 bits");
+    std::memcpy(&x, &seed, sizeof(x));
+    x += 0x9e3779b97f4a7c15ULL;
+    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
+    x ^= x >> 31;
+    return static_cast<double>(x >> 40) * (1.0 / 16777216.0);
+}
+
+// ---- Callbacks -------------------------------------------------------------
+
+#define EV_FLOAT1(NAME, EXPR)                                                   \
+    void NAME(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)          \
+    {                                                                           \
+        const double x = evArg(argv, 0);                                        \
+        result->setFloat(EXPR);                                                 \
+    }
+
+EV_FLOAT1(evAbs, std::fabs(x))
+EV_FLOAT1(evSign, x > 0.0 ? 1.0 : (x < 0.0 ? -1.0 : 0.0))
+EV_FLOAT1(evFloor, std::floor(x))
+EV_FLOAT1(evCeil, std::ceil(x))
+EV_FLOAT1(evInt, std::trunc(x))
+EV_FLOAT1(evFrac, x - std::floor(x))
+EV_FLOAT1(evRound, std::round(x))
+EV_FLOAT1(evExp, std::exp(x))
+EV_FLOAT1(evSin, evSinDeg(x))
+EV_FLOAT1(evCos, evCosDeg(x))
+EV_FLOAT1(evAtan, std::atan(x) * theRadToDeg)
+EV_FLOAT1(evSinh, std::sinh(x))
+EV_FLOAT1(evCosh, std::cosh(x))
+EV_FLOAT1(evTanh, std::tanh(x))
+EV_FLOAT1(evDeg, x * theRadToDeg)
+EV_FLOAT1(evRad, x * theDegToRad)
+EV_FLOAT1(evRand, evRandom(x))
+
+#undef EV_FLOAT1
+
+// The domain tests are written so that NaN fails them too.
+void evSqrt(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double x = evArg(argv, 0);
+    if (!(x >= 0.0))
+        return evBadArg(result, thread);
+    result->setFloat(std::sqrt(x));
+}
+
+void evLog(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double x = evArg(argv, 0);
+    if (!(x > 0.0))
+        return evBadArg(result, thread);
+    result->setFloat(std::log(x));
+}
+
+void evLog10(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double x = evArg(argv, 0);
+    if (!(x > 0.0))
+        return evBadArg(result, thread);
+    result->setFloat(std::log10(x));
+}
+
+void evAsin(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double x = evArg(argv, 0);
+    if (!(x >= -1.0 && x <= 1.0))
+        return evBadArg(result, thread);
+    result->setFloat(std::asin(x) * theRadToDeg);
+}
+
+void evAcos(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double x = evArg(argv, 0);
+    if (!(x >= -1.0 && x <= 1.0))
+        return evBadArg(result, thread);
+    result->setFloat(std::acos(x) * theRadToDeg);
+}
+
+// At odd multiples of 90 the cosine is exactly 0 (see evReduce): a pole.
+void evTan(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double x = evArg(argv, 0);
+    const double c = evCosDeg(x);
+    if (c == 0.0)
+        return evBadArg(result, thread);
+    result->setFloat(evSinDeg(x) / c + 0.0);
+}
+
+void evPow(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const double r = std::pow(evArg(argv, 0), evArg(argv, 1));
+    if (std::isnan(r))
+        return evBadArg(result, thread);
+    result->setFloat(r);
+}
+
+void evMin(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    const double a = evArg(argv, 0), b = evArg(argv, 1);
+    result->setFloat(b < a ? b : a);
+}
+
+void evMax(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    const double a = evArg(argv, 0), b = evArg(argv, 1);
+    result->setFloat(b > a ? b : a);
+}
+
+void evAtan2(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    result->setFloat(std::atan2(evArg(argv, 0), evArg(argv, 1)) * theRadToDeg);
+}
+
+void evHypot(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    result->setFloat(std::hypot(evArg(argv, 0), evArg(argv, 1)));
+}
+
+void evClampFn(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    result->setFloat(evClamp(evArg(argv, 0), evArg(argv, 1), evArg(argv, 2)));
+}
+
+void evFitFn(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    result->setFloat(evFit(evArg(argv, 0), evArg(argv, 1), evArg(argv, 2),
+                           evArg(argv, 3), evArg(argv, 4)));
+}
+
+template <int OMIN, int OMAX>
+void evFitFixed(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    result->setFloat(evFit(evArg(argv, 0), OMIN, OMAX, evArg(argv, 1), evArg(argv, 2)));
+}
+
+void evLerp(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    const double a = evArg(argv, 0), b = evArg(argv, 1), t = evArg(argv, 2);
+    result->setFloat(a + (b - a) * t);
+}
+
+void evSmooth(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    const double v = evArg(argv, 0), lo = evArg(argv, 1), hi = evArg(argv, 2);
+    if (lo == hi)
+        return result->setFloat(v < lo ? 0.0 : 1.0);
+    const double u = evFit(v, lo, hi, 0.0, 1.0);
+    result->setFloat(u * u * (3.0 - 2.0 * u));
+}
+
+// Kept for lookups: the compiler evaluates if() lazily without calling it.
+void evIf(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+{
+    result->setFloat(evArg(argv, 0) != 0.0 ? evArg(argv, 1) : evArg(argv, 2));
+}
+
+} // namespace
+
+void evRegisterFloatLibrary()
+{
+    // Local statics: built on first use, so registration never depends on
+    // the order in which translation units initialise.
+    static EV_FUNCTION theRecords[] = {
+        {0, "abs", 1, EV_TYPEFLOAT, nullptr, evAbs},
+        {0, "sign", 1, EV_TYPEFLOAT, nullptr, evSign},
+        {0, "min", 2, EV_TYPEFLOAT, nullptr, evMin},
+        {0, "max", 2, EV_TYPEFLOAT, nullptr, evMax},
+        {0, "clamp", 3, EV_TYPEFLOAT, nullptr, evClampFn},
+        {0, "floor", 1, EV_TYPEFLOAT, nullptr, evFloor},
+        {0, "ceil", 1, EV_TYPEFLOAT, nullptr, evCeil},
+        {0, "int", 1, EV_TYPEFLOAT, nullptr, evInt},
+        {0, "frac", 1, EV_TYPEFLOAT, nullptr, evFrac},
+        {0, "round", 1, EV_TYPEFLOAT, nullptr, evRound},
+        {0, "sqrt", 1, EV_TYPEFLOAT, nullptr, evSqrt},
+        {0, "pow", 2, EV_TYPEFLOAT, nullptr, evPow},
+        {0, "exp", 1, EV_TYPEFLOAT, nullptr, evExp},
+        {0, "log", 1, EV_TYPEFLOAT, nullptr, evLog},
+        {0, "log10", 1, EV_TYPEFLOAT, nullptr, evLog10},
+        {0, "sin", 1, EV_TYPEFLOAT, nullptr, evSin},
+        {0, "cos", 1, EV_TYPEFLOAT, nullptr, evCos},
+        {0, "tan", 1, EV_TYPEFLOAT, nullptr, evTan},
+        {0, "asin", 1, EV_TYPEFLOAT, nullptr, evAsin},
+        {0, "acos", 1, EV_TYPEFLOAT, nullptr, evAcos},
+        {0, "atan", 1, EV_TYPEFLOAT, nullptr, evAtan},
+        {0, "atan2", 2, EV_TYPEFLOAT, nullptr, evAtan2},
+        {0, "sinh", 1, EV_TYPEFLOAT, nullptr, evSinh},
+        {0, "cosh", 1, EV_TYPEFLOAT, nullptr, evCosh},
+        {0, "tanh", 1, EV_TYPEFLOAT, nullptr, evTanh},
+        {0, "deg", 1, EV_TYPEFLOAT, nullptr, evDeg},
+        {0, "rad", 1, EV_TYPEFLOAT, nullptr, evRad},
+        {0, "hypot", 2, EV_TYPEFLOAT, nullptr, evHypot},
+        {0, "fit", 5, EV_TYPEFLOAT, nullptr, evFitFn},
+        {0, "fit01", 3, EV_TYPEFLOAT, nullptr, evFitFixed<0, 1>},
+        {0, "fit10", 3, EV_TYPEFLOAT, nullptr, evFitFixed<1, 0>},
+        {0, "fit11", 3, EV_TYPEFLOAT, nullptr, evFitFixed<-1, 1>},
+        {0, "lerp", 3, EV_TYPEFLOAT, nullptr, evLerp},
+        {0, "smooth", 3, EV_TYPEFLOAT, nullptr, evSmooth},
+        {0, "rand", 1, EV_TYPEFLOAT, nullptr, evRand},
+        {0, "if", 3, EV_TYPEFLOAT, nullptr, evIf},
+    };
+    for (EV_FUNCTION &record : theRecords)
+        ev_AddFunction(&record);
+}

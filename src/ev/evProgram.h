@@ -1,0 +1,88 @@
+#ifndef EV_PROGRAM_H
+#define EV_PROGRAM_H
+
+// The compiled form of an expression: a flat instruction array run by the
+// evaluator over a value stack whose depth is known after compiling.
+//
+// Instruction set (one line each; "a" is the instruction's operand):
+//   PUSHNUM  a   push numbers[a]
+//   PUSHSTR  a   push strings[a] (a single-quoted or plain literal)
+//   PUSHXSTR a   push strings[a] passed through the string expander
+//   VAR      a   push the value of bindings[a] (bound: read through its type;
+//                unbound: resolved by name)
+//   NEG POS NOT  unary minus, conversion to float, logical not (1 or 0)
+//   ADD SUB MUL DIV MOD POW       arithmetic; ADD concatenates if a string is involved
+//   EQ NE LT LE GT GE             comparison (as text when both are strings), 1 or 0
+//   TRUTH        replace the top by 1 or 0
+//   JMP      a   continue at code[a]
+//   JZ       a   pop; continue at code[a] when the value is false
+//   CALL     a   call calls[a] with its argc values from the stack
+//   END          the value on top is the result
+
+#include <ev/EV_TypeDef.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class EV_FUNCTION;
+
+enum class evOp : std::uint8_t
+{
+    PUSHNUM, PUSHSTR, PUSHXSTR, VAR,
+    NEG, POS, NOT,
+    ADD, SUB, MUL, DIV, MOD, POW,
+    EQ, NE, LT, LE, GT, GE,
+    TRUTH, JMP, JZ, CALL, END
+};
+
+const char *evOpName(evOp op);
+
+struct evInstr
+{
+    evOp op;
+    std::int32_t a;
+};
+
+/// The stable place compiled code calls a function name through: a later
+/// registration of the name replaces the record here, and slots live as long
+/// as the process.
+struct evFuncSlot
+{
+    std::string name;
+    std::atomic<EV_FUNCTION *> record{nullptr};
+};
+
+struct evCallSite
+{
+    evFuncSlot *slot;
+    int argc;
+};
+
+/// A $NAME of the text: bound to a variable type when one claimed it at
+/// compile time, else looked up at each evaluation.
+struct evBinding
+{
+    std::string name;
+    EV_TYPEDEF *type = nullptr;
+    EV_VarBinding binding;
+};
+
+class evProgram
+{
+public:
+    std::vector<evInstr> code;
+    std::vector<double> numbers;
+    std::vector<std::string> strings;
+    std::vector<evBinding> bindings;
+    std::vector<evCallSite> calls;
+    int maxStack = 0;
+    int maxArgs = 0;
+    int compileError = 0; ///< engine error number; 0 when compiled
+    bool usesStrings = false;
+
+    std::string disassemble() const;
+};
+
+#endif

@@ -1,0 +1,58 @@
+#include "evRegistry.h"
+
+#include <ut/UT_ThreadSlots.h>
+
+#include <cstdio>
+#include <mutex>
+
+evRegistry &evRegistry::get()
+{
+    // Leaked on purpose: compiled expressions hold slot pointers until the
+    // very end of the process.
+    static evRegistry *registry = new evRegistry;
+    return *registry;
+}
+
+void evRegistry::addFunction(EV_FUNCTION *func)
+{
+    if (!func)
+        return;
+    func->setUserFunction(userFunctions.load(std::memory_order_relaxed));
+    std::unique_lock<std::shared_mutex> guard(myLock);
+    std::unique_ptr<evFuncSlot> &slot = mySlots[func->getName()];
+    if (!slot) {
+        slot = std::make_unique<evFuncSlot>();
+        slot->name = func->getName();
+    }
+    slot->record.store(func, std::memory_order_release);
+}
+
+evFuncSlot *evRegistry::findSlot(const std::string &name) const
+{
+    std::shared_lock<std::shared_mutex> guard(myLock);
+    auto it = mySlots.find(name);
+    return it == mySlots.end() ? nullptr : it->second.get();
+}
+
+void evRegistry::append(TypeArray &array, std::atomic<int> &count, EV_TYPEDEF *type)
+{
+    if (!type)
+        return;
+    std::unique_lock<std::shared_mutex> guard(myLock);
+    int n = count.load(std::memory_order_relaxed);
+    for (int i = 0; i < n; ++i)
+        if (array[i].load(std::memory_order_relaxed) == type)
+            return; // already added
+    if (n >= theMaxTypes) {
+        std::fprintf(stderr, "Expression engine: too many types, \"%s\" ignored\n", type->name);
+        return;
+    }
+    array[n].store(type, std::memory_order_relaxed);
+    count.store(n + 1, std::memory_order_release);
+}
+
+evThreadState &evGetThreadState(int thread)
+{
+    static UT_ThreadSlots<evThreadState, 64> *states = new UT_ThreadSlots<evThreadState, 64>;
+    return states->get(thread);
+}

@@ -1,0 +1,79 @@
+#ifndef EV_REGISTRY_H
+#define EV_REGISTRY_H
+
+#include <ev/EV_Engine.h>
+#include "evProgram.h"
+
+#include <atomic>
+#include <memory>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+
+/// The engine's process-wide tables: function slots by name, the added
+/// types, the expander, the host variable callback and the settings.
+///
+/// Registration happens before evaluation starts, but compiling (which
+/// evaluation does for eval-like functions) reads the tables from any thread:
+/// function slots sit behind a reader-writer lock taken only when compiling;
+/// type lists are append-only arrays read without a lock.
+class evRegistry
+{
+public:
+    static constexpr int theMaxTypes = 64;
+
+    static evRegistry &get();
+
+    void addFunction(EV_FUNCTION *func);
+    /// The slot of a name, or null when nothing was ever registered under it.
+    evFuncSlot *findSlot(const std::string &name) const;
+
+    void addDefineType(EV_TYPEDEF *type) { append(myDefineTypes, myDefineCount, type); }
+    void addVariableType(EV_TYPEDEF *type) { append(myVarTypes, myVarCount, type); }
+
+    /// Calls f(type) for each added type in order until f returns true.
+    template <typename F>
+    bool anyDefineType(F &&f) const { return any(myDefineTypes, myDefineCount, f); }
+    template <typename F>
+    bool anyVariableType(F &&f) const { return any(myVarTypes, myVarCount, f); }
+
+    std::atomic<EV_EXPANDER> expander{nullptr};
+    std::atomic<EV_VARIABLE_CALLBACK> variableCallback{nullptr};
+    std::atomic<bool> environmentFallback{false};
+    std::atomic<int> optimization{1};
+    std::atomic<bool> userFunctions{false};
+
+private:
+    using TypeArray = std::atomic<EV_TYPEDEF *>[theMaxTypes];
+
+    void append(TypeArray &array, std::atomic<int> &count, EV_TYPEDEF *type);
+    template <typename F>
+    static bool any(const TypeArray &array, const std::atomic<int> &count, F &f)
+    {
+        int n = count.load(std::memory_order_acquire);
+        for (int i = 0; i < n; ++i)
+            if (f(array[i].load(std::memory_order_relaxed)))
+                return true;
+        return false;
+    }
+
+    mutable std::shared_mutex myLock;
+    std::unordered_map<std::string, std::unique_ptr<evFuncSlot>> mySlots;
+    TypeArray myDefineTypes = {};
+    TypeArray myVarTypes = {};
+    std::atomic<int> myDefineCount{0};
+    std::atomic<int> myVarCount{0};
+};
+
+/// Per-thread state of the engine: error number and custom text, and the
+/// depth of nested evaluations.
+struct evThreadState
+{
+    int error = 0;
+    int depth = 0;
+    std::string custom;
+};
+
+evThreadState &evGetThreadState(int thread);
+
+#endif
