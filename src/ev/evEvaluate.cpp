@@ -100,7 +100,8 @@ bool evMachine::compare(evOp op, const evValue &a, const evValue &b)
 {
     int c;
     if (a.s && b.s) {
-        c = a.s->compare(*b.s);
+        int t = a.s->compare(*b.s);
+        c = t < 0 ? -1 : (t > 0 ? 1 : 0);
     } else {
         double x = evToFloat(a), y = evToFloat(b);
         c = x < y ? -1 : (x > y ? 1 : (x == y ? 0 : 2)); // 2: unordered (NaN)
