@@ -4,6 +4,7 @@
 #   make bench  set up, build, run the benchmarks
 # Build trees: build/ (Release), build-asan/, build-tsan/, build-fuzz/.
 
+SHELL       := /bin/bash
 JOBS        ?= 2
 BUILD       ?= build
 CMAKE_FLAGS ?=
@@ -48,14 +49,22 @@ tsan: deps
 	cmake --build build-tsan -j$(JOBS)
 	cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j$(JOBS) -L concurrency
 
-# libFuzzer targets (clang); FUZZ_SECONDS per target.
+# libFuzzer targets (clang); FUZZ_SECONDS per target. Each runs on a scratch
+# copy of its seed corpus (fuzz/corpus/<name>, when there is one).
 FUZZ_SECONDS ?= 60
 fuzz:
 	@scripts/deps.sh build fuzz
 	cmake -S . -B build-fuzz $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
 	    -DCHANLIB_FUZZ=ON -DCHANLIB_BUILD_TESTS=OFF -DCHANLIB_BUILD_EXAMPLES=OFF
 	cmake --build build-fuzz -j$(JOBS)
-	@set -e; for f in build-fuzz/fuzz/fuzz_*; do [ -x "$$f" ] && "$$f" -max_total_time=$(FUZZ_SECONDS); done
+	@set -e; for f in build-fuzz/fuzz/fuzz_*; do \
+	    [ -x "$$f" ] || continue; name=$${f##*/fuzz_}; work=build-fuzz/corpus/$$name; \
+	    rm -rf "$$work"; mkdir -p "$$work"; \
+	    if [ -d fuzz/corpus/$$name ]; then cp fuzz/corpus/$$name/* "$$work"/; fi; \
+	    echo "== fuzzing $$name for $(FUZZ_SECONDS)s"; \
+	    "$$f" -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -artifact_prefix=build-fuzz/ "$$work" 2>&1 | tail -n 3; \
+	    test $${PIPESTATUS[0]} -eq 0; \
+	done
 
 PREFIX ?= /usr/local
 install: build
