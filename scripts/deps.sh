@@ -7,7 +7,7 @@ set -euo pipefail
 packages_for() {
     case "$1" in
         build) echo "cmake make g++ ninja-build libgtest-dev libgmock-dev" ;;
-        bench) echo "libbenchmark-dev" ;;
+        bench) echo "libbenchmark-dev libmuparser-dev pkg-config" ;;
         fuzz)  echo "clang libclang-rt-14-dev" ;;
         *) echo "deps.sh: unknown group '$1'" >&2; exit 2 ;;
     esac
