@@ -33,10 +33,13 @@ EV_FUNCTION::EV_FUNCTION(unsigned flags, const char *name, int nargs, int result
                          const int *arg_types, EV_EVALUATE_FUNC evaluate, EV_DEPEND_FUNC depend,
                          EV_CHANGEREF_FUNC changeref, int deterministic, bool needs_lock)
     : myFlags(flags), myName(name ? name : ""), myResultType(result_type), myEvaluate(evaluate),
-      myDepend(depend), myChangeRef(changeref), myDeterministic(deterministic), myNeedsLock(needs_lock)
+      myDepend(depend), myChangeRef(changeref), myDeterministic(deterministic), myNeedsLock(needs_lock), myAllFloat(true)
 {
-    for (int i = 0; i < nargs; ++i)
+    myAllFloat = result_type == EV_TYPEFLOAT;
+    for (int i = 0; i < nargs; ++i) {
         myArgTypes.push_back(arg_types ? arg_types[i] : EV_TYPEFLOAT);
+        myAllFloat = myAllFloat && myArgTypes.back() == EV_TYPEFLOAT;
+    }
 }
 
 // ---- Expressions -----------------------------------------------------------
@@ -70,18 +73,18 @@ int ev_ChangeExpr(EV_EXPRESSION *expr, const char *text, int thread)
 
 int ev_EvaluateFloat(EV_EXPRESSION *expr, float *result, int thread)
 {
-    evResult r;
-    bool ok = expr && evEvaluate(*expr, r, false, thread);
+    double value = 0.0;
+    bool ok = expr && evEvaluateFloat(*expr, value, thread);
     if (result)
-        *result = ok ? static_cast<float>(r.f) : 0.0f;
+        *result = static_cast<float>(value);
     return ok;
 }
 
 int ev_EvaluateString(EV_EXPRESSION *expr, UT_String &result, int thread)
 {
-    evResult r;
-    bool ok = expr && evEvaluate(*expr, r, true, thread);
-    result = ok ? r.s : std::string();
+    std::string value;
+    bool ok = expr && evEvaluateString(*expr, value, thread);
+    result = std::move(value);
     return ok;
 }
 
@@ -94,6 +97,7 @@ void ev_UnresolveVars(EV_EXPRESSION *expr, int)
         b.binding = EV_VarBinding();
     }
     expr->myProgram->usesStrings = true;
+    expr->myProgram->finish();
 }
 
 std::string ev_Disassemble(const EV_EXPRESSION *expr)

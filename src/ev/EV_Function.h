@@ -49,6 +49,8 @@ public:
     EV_EVALUATE_FUNC getEvaluate() const { return myEvaluate; }
     EV_DEPEND_FUNC getDepend() const { return myDepend; }
     EV_CHANGEREF_FUNC getChangeRef() const { return myChangeRef; }
+    /// True when every argument and the result are floats.
+    bool isAllFloat() const { return myAllFloat; }
     bool isDeterministic() const { return myDeterministic != 0; }
     bool needsLock() const { return myNeedsLock; }
     /// True when registered after ev_InitUserFunc: a host function.
@@ -70,6 +72,7 @@ private:
     EV_CHANGEREF_FUNC myChangeRef;
     int myDeterministic;
     bool myNeedsLock;
+    bool myAllFloat;
     std::atomic<bool> myUser{false};
 };
 

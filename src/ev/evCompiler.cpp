@@ -37,7 +37,14 @@ public:
             emit(n.op, 0, 0);
             return true;
         case evNodeKind::BINARY:
-            if (!compile(n.kids[0]) || !compile(n.kids[1]))
+            if (!compile(n.kids[0]))
+                return false;
+            if (fusesConstant(n)) {
+                const evNode &k = myAst.nodes[static_cast<std::size_t>(n.kids[1])];
+                emit(constantForm(n.op), addNumber(k.number), 0);
+                return true;
+            }
+            if (!compile(n.kids[1]))
                 return false;
             emit(n.op, 0, -1);
             return true;
@@ -63,6 +70,26 @@ private:
         return static_cast<int>(myProg.code.size()) - 1;
     }
     void patch(int at) { myProg.code[static_cast<std::size_t>(at)].a = static_cast<int>(myProg.code.size()); }
+
+    // "x op literal" for + - * / (not division by zero, which must fail at
+    // run time) becomes one instruction.
+    bool fusesConstant(const evNode &n) const
+    {
+        const evNode &k = myAst.nodes[static_cast<std::size_t>(n.kids[1])];
+        if (k.kind != evNodeKind::NUMBER)
+            return false;
+        return n.op == evOp::ADD || n.op == evOp::SUB || n.op == evOp::MUL ||
+               (n.op == evOp::DIV && k.number != 0.0);
+    }
+    static evOp constantForm(evOp op)
+    {
+        switch (op) {
+        case evOp::ADD: return evOp::ADDK;
+        case evOp::SUB: return evOp::SUBK;
+        case evOp::MUL: return evOp::MULK;
+        default: return evOp::DIVK;
+        }
+    }
 
     int addNumber(double value)
     {
@@ -141,8 +168,11 @@ private:
         myFlags |= record->getUserFlags() & EV_FLAG_MATCH;
         myProg.calls.push_back({slot, argc});
         myProg.maxArgs = std::max(myProg.maxArgs, argc);
-        if (record->getResultType() == EV_TYPESTRING)
+        if (record->getResultType() != EV_TYPEFLOAT)
             myProg.usesStrings = true;
+        for (int i = 0; i < argc; ++i)
+            if (record->getArgType(i) != EV_TYPEFLOAT)
+                myProg.usesStrings = true;
         emit(evOp::CALL, static_cast<int>(myProg.calls.size()) - 1, 1 - argc);
         return true;
     }
@@ -175,6 +205,7 @@ private:
         });
         if (!b.type || (b.binding.flags & EV_VarBinding::STRING))
             myProg.usesStrings = true; // unbound names may turn out to be strings
+        b.orMask = evBindingMask(b.binding);
         myProg.bindings.push_back(std::move(b));
         return static_cast<int>(myProg.bindings.size()) - 1;
     }
@@ -205,5 +236,6 @@ std::unique_ptr<evProgram> evCompile(const char *text, unsigned &flags, int thre
         return prog;
     }
     prog->code.push_back({evOp::END, 0});
+    prog->finish();
     return prog;
 }

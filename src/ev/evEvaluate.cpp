@@ -6,10 +6,216 @@
 #include <cmath>
 #include <cstdlib>
 #include <forward_list>
-#include <memory>
 #include <new>
+#include <vector>
+
+// Two evaluators run the same instruction set. Programs that never touch a
+// string (the usual animation expression) run on a stack of doubles; the
+// general one carries a string pointer beside every value.
 
 namespace {
+
+// ---- Shared pieces -----------------------------------------------------------
+
+bool evReport(evThreadState &state, int error)
+{
+    if (!state.error)
+        state.error = error;
+    return false;
+}
+
+inline void evReadFlags(EV_EXPRESSION &expr, const EV_FUNCTION *func)
+{
+    expr.orFlags(func->getUserFlags());
+}
+
+// Arguments are built in raw storage so that only those used are set up.
+class evArgs
+{
+public:
+    explicit evArgs(int argc)
+    {
+        if (argc > evProgram::theInlineArgs) {
+            myHeap.resize(static_cast<std::size_t>(argc));
+            myHeapArgv.resize(static_cast<std::size_t>(argc));
+        }
+        myArgv = argc > evProgram::theInlineArgs ? myHeapArgv.data() : myInlineArgv;
+        mySyms = argc > evProgram::theInlineArgs ? myHeap.data() : reinterpret_cast<EV_SYMBOL *>(myRaw);
+    }
+    EV_SYMBOL &init(int i)
+    {
+        EV_SYMBOL *sym = new (&mySyms[i]) EV_SYMBOL;
+        myArgv[i] = sym;
+        return *sym;
+    }
+    EV_SYMBOL **argv() { return myArgv; }
+
+private:
+    alignas(EV_SYMBOL) unsigned char myRaw[evProgram::theInlineArgs * sizeof(EV_SYMBOL)];
+    EV_SYMBOL *myInlineArgv[evProgram::theInlineArgs];
+    std::vector<EV_SYMBOL> myHeap;
+    std::vector<EV_SYMBOL *> myHeapArgv;
+    EV_SYMBOL *mySyms;
+    EV_SYMBOL **myArgv;
+};
+
+// The record a call site reaches now, checked against the compiled arity.
+inline EV_FUNCTION *evCallee(const evCallSite &site, int &error)
+{
+    EV_FUNCTION *func = site.slot->record.load(std::memory_order_acquire);
+    if (__builtin_expect(!func, 0))
+        error = EV_ERRUNKNOWNFUNC;
+    else if (__builtin_expect(func->getNArgs() != site.argc, 0))
+        error = EV_ERRNARGS; // replaced by a record of another arity
+    else
+        return func;
+    return nullptr;
+}
+
+// ---- The float-only evaluator --------------------------------------------------
+
+// A record with string arguments or result reached from float-only code
+// (it replaced the record the text was compiled against).
+__attribute__((noinline)) double evCallMixed(EV_FUNCTION *func, const double *args, int argc, int thread)
+{
+    std::vector<std::string> texts(static_cast<std::size_t>(argc) + 1);
+    evArgs syms(argc);
+    for (int i = 0; i < argc; ++i) {
+        EV_SYMBOL &s = syms.init(i);
+        s.type = func->getArgType(i);
+        s.fval = args[i];
+        if (s.type == EV_TYPESTRING) {
+            texts[static_cast<std::size_t>(i)] = ev_FloatToString(args[i]);
+            s.sval = texts[static_cast<std::size_t>(i)].c_str();
+        }
+    }
+    EV_SYMBOL result;
+    result.type = func->getResultType();
+    result.storage = &texts.back();
+    func->getEvaluate()(func, &result, syms.argv(), thread);
+    return result.type == EV_TYPESTRING ? ev_StringToFloat(result.getString()) : result.fval;
+}
+
+class evFloatMachine
+{
+public:
+    evFloatMachine(EV_EXPRESSION &expr, const evProgram &prog, int thread, evThreadState &state)
+        : myExpr(expr), myProg(prog), myThread(thread), myState(state), myErrorBefore(state.error) {}
+
+    bool run(double &out);
+    int error() const { return myError; }
+
+private:
+    bool fail(int error)
+    {
+        myError = error;
+        return false;
+    }
+    bool call(const evCallSite &site, double *args, double &out);
+
+    EV_EXPRESSION &myExpr;
+    const evProgram &myProg;
+    int myThread;
+    evThreadState &myState;
+    int myErrorBefore;
+    int myError = 0;
+};
+
+inline bool evFloatMachine::call(const evCallSite &site, double *args, double &out)
+{
+    int error = 0;
+    EV_FUNCTION *func = evCallee(site, error);
+    if (!func)
+        return fail(error);
+    if (__builtin_expect(func->isAllFloat(), 1)) {
+        // Float-only programs never have more than theInlineArgs arguments.
+        alignas(EV_SYMBOL) unsigned char raw[evProgram::theInlineArgs * sizeof(EV_SYMBOL)];
+        EV_SYMBOL *argv[evProgram::theInlineArgs];
+        for (int i = 0; i < site.argc; ++i) {
+            argv[i] = new (raw + i * sizeof(EV_SYMBOL)) EV_SYMBOL;
+            argv[i]->fval = args[i];
+        }
+        EV_SYMBOL result;
+        func->getEvaluate()(func, &result, argv, myThread);
+        out = result.fval;
+    } else {
+        out = evCallMixed(func, args, site.argc, myThread);
+    }
+    evReadFlags(myExpr, func);
+    if (__builtin_expect(myState.error != myErrorBefore, 0) && myState.error)
+        return fail(myState.error); // the callback reported an error
+    return true;
+}
+
+bool evFloatMachine::run(double &out)
+{
+    double stack[evProgram::theFloatStack];
+    double *sp = stack; // next free slot
+    const evInstr *code = myProg.code.data();
+    const double *numbers = myProg.numbers.data();
+    for (const evInstr *pc = code;; ++pc) {
+        switch (pc->op) {
+        case evOp::PUSHNUM: *sp++ = numbers[pc->a]; break;
+        case evOp::VAR: {
+            const evBinding &b = myProg.bindings[static_cast<std::size_t>(pc->a)];
+            if (b.orMask)
+                myExpr.orFlags(b.orMask);
+            *sp++ = b.type->getFloat ? b.type->getFloat(b.binding, myThread) : 0.0;
+            break;
+        }
+        case evOp::NEG: sp[-1] = -sp[-1]; break;
+        case evOp::POS: break;
+        case evOp::NOT: sp[-1] = sp[-1] != 0.0 ? 0.0 : 1.0; break;
+        case evOp::TRUTH: sp[-1] = sp[-1] != 0.0 ? 1.0 : 0.0; break;
+        case evOp::ADD: --sp; sp[-1] += sp[0]; break;
+        case evOp::SUB: --sp; sp[-1] -= sp[0]; break;
+        case evOp::MUL: --sp; sp[-1] *= sp[0]; break;
+        case evOp::DIV:
+            --sp;
+            if (sp[0] == 0.0)
+                return fail(EV_ERRDIVZERO);
+            sp[-1] /= sp[0];
+            break;
+        case evOp::MOD:
+            --sp;
+            if (sp[0] == 0.0)
+                return fail(EV_ERRDIVZERO);
+            sp[-1] = std::fmod(sp[-1], sp[0]);
+            break;
+        case evOp::POW: --sp; sp[-1] = std::pow(sp[-1], sp[0]); break;
+        case evOp::ADDK: sp[-1] += numbers[pc->a]; break;
+        case evOp::SUBK: sp[-1] -= numbers[pc->a]; break;
+        case evOp::MULK: sp[-1] *= numbers[pc->a]; break;
+        case evOp::DIVK: sp[-1] /= numbers[pc->a]; break;
+        case evOp::EQ: --sp; sp[-1] = sp[-1] == sp[0]; break;
+        case evOp::NE: --sp; sp[-1] = sp[-1] != sp[0]; break;
+        case evOp::LT: --sp; sp[-1] = sp[-1] < sp[0]; break;
+        case evOp::LE: --sp; sp[-1] = sp[-1] <= sp[0]; break;
+        case evOp::GT: --sp; sp[-1] = sp[-1] > sp[0]; break;
+        case evOp::GE: --sp; sp[-1] = sp[-1] >= sp[0]; break;
+        case evOp::JMP: pc = code + pc->a - 1; break;
+        case evOp::JZ:
+            --sp;
+            if (*sp == 0.0)
+                pc = code + pc->a - 1;
+            break;
+        case evOp::CALL: {
+            const evCallSite &site = myProg.calls[static_cast<std::size_t>(pc->a)];
+            sp -= site.argc;
+            if (!call(site, sp, *sp))
+                return false;
+            ++sp;
+            break;
+        }
+        case evOp::END: out = sp[-1]; return true;
+        case evOp::PUSHSTR:
+        case evOp::PUSHXSTR:
+            return fail(EV_ERRSYNTAX); // never compiled into float-only code
+        }
+    }
+}
+
+// ---- The general evaluator -------------------------------------------------------
 
 // A stack value: a float, or a string when s is set. Strings point either
 // into the program's constants or into the evaluation's string store.
@@ -20,7 +226,6 @@ struct evValue
 };
 
 // Strings made during one evaluation, kept in place while more are added.
-// An empty forward_list allocates nothing, so float-only evaluations don't.
 class evStrings
 {
 public:
@@ -70,12 +275,10 @@ class evMachine
 {
 public:
     evMachine(EV_EXPRESSION &expr, const evProgram &prog, int thread, evThreadState &state)
-        : myExpr(expr), myProg(prog), myThread(thread), myState(state) {}
+        : myExpr(expr), myProg(prog), myThread(thread), myState(state), myErrorBefore(state.error) {}
 
-    // Runs the program; false with myError set on failure.
-    bool run(evValue *stack, evValue &out);
+    bool run(evValue &out);
     int error() const { return myError; }
-    evStrings &strings() { return myStrings; }
 
 private:
     bool fail(int error)
@@ -86,12 +289,14 @@ private:
     bool variable(const evBinding &b, evValue &out);
     bool unbound(const std::string &name, evValue &out);
     bool call(const evCallSite &site, evValue *args, evValue &out);
-    bool compare(evOp op, const evValue &a, const evValue &b);
+    bool arithmetic(evOp op, evValue &a, const evValue &b);
+    static bool compare(evOp op, const evValue &a, const evValue &b);
 
     EV_EXPRESSION &myExpr;
     const evProgram &myProg;
     int myThread;
     evThreadState &myState;
+    int myErrorBefore;
     evStrings myStrings;
     int myError = 0;
 };
@@ -116,16 +321,43 @@ bool evMachine::compare(evOp op, const evValue &a, const evValue &b)
     }
 }
 
+// a = a op b; '+' joins texts when either side is a string.
+bool evMachine::arithmetic(evOp op, evValue &a, const evValue &b)
+{
+    if (op == evOp::ADD && (a.s || b.s)) {
+        std::string joined = a.s ? *a.s : ev_FloatToString(a.f);
+        joined += b.s ? *b.s : ev_FloatToString(b.f);
+        a = {0.0, myStrings.add(std::move(joined))};
+        return true;
+    }
+    double x = evToFloat(a), y = evToFloat(b);
+    switch (op) {
+    case evOp::ADD: x += y; break;
+    case evOp::SUB: x -= y; break;
+    case evOp::MUL: x *= y; break;
+    case evOp::DIV:
+        if (y == 0.0)
+            return fail(EV_ERRDIVZERO);
+        x /= y;
+        break;
+    case evOp::MOD:
+        if (y == 0.0)
+            return fail(EV_ERRDIVZERO);
+        x = std::fmod(x, y);
+        break;
+    default: x = std::pow(x, y); break;
+    }
+    a = {x, nullptr};
+    return true;
+}
+
 bool evMachine::variable(const evBinding &b, evValue &out)
 {
     if (!b.type)
         return unbound(b.name, out);
-    unsigned flags = b.binding.flags;
-    if (flags & EV_VarBinding::TIME_DEP)
-        myExpr.orFlags(EV_FLAG_TIMEDEP);
-    if (flags & EV_VarBinding::USAGE_MASK)
-        myExpr.orFlags(flags & EV_VarBinding::USAGE_MASK);
-    if (flags & EV_VarBinding::STRING) {
+    if (b.orMask)
+        myExpr.orFlags(b.orMask);
+    if (b.binding.flags & EV_VarBinding::STRING) {
         std::string *s = myStrings.fresh();
         if (b.type->getString)
             b.type->getString(b.binding, *s, myThread);
@@ -148,8 +380,10 @@ bool evMachine::unbound(const std::string &name, evValue &out)
                 return true;
             }
             return false;
-        }))
+        })) {
+        found.orMask = evBindingMask(found.binding);
         return variable(found, out);
+    }
 
     std::string text;
     if (EV_VARIABLE_CALLBACK cb = reg.variableCallback.load(std::memory_order_acquire)) {
@@ -172,40 +406,22 @@ bool evMachine::unbound(const std::string &name, evValue &out)
 
 bool evMachine::call(const evCallSite &site, evValue *args, evValue &out)
 {
-    EV_FUNCTION *func = site.slot->record.load(std::memory_order_acquire);
+    int error = 0;
+    EV_FUNCTION *func = evCallee(site, error);
     if (!func)
-        return fail(EV_ERRUNKNOWNFUNC);
+        return fail(error);
     const int argc = site.argc;
-    if (func->getNArgs() != argc)
-        return fail(EV_ERRNARGS); // replaced by a record of another arity
-
-    // Symbols are built in raw storage: only the arguments used are set up.
-    constexpr int theInline = 8;
-    alignas(EV_SYMBOL) unsigned char raw[theInline * sizeof(EV_SYMBOL)];
-    EV_SYMBOL *argvInline[theInline];
-    std::unique_ptr<EV_SYMBOL[]> heapSyms;
-    std::unique_ptr<EV_SYMBOL *[]> heapArgv;
-    EV_SYMBOL *syms = reinterpret_cast<EV_SYMBOL *>(raw);
-    EV_SYMBOL **argv = argvInline;
-    if (argc > theInline) {
-        heapSyms.reset(new EV_SYMBOL[static_cast<std::size_t>(argc)]);
-        heapArgv.reset(new EV_SYMBOL *[static_cast<std::size_t>(argc)]);
-        syms = heapSyms.get();
-        argv = heapArgv.get();
-    }
+    evArgs syms(argc);
     for (int i = 0; i < argc; ++i) {
-        EV_SYMBOL *sym = argc > theInline ? &syms[i] : new (&syms[i]) EV_SYMBOL;
+        EV_SYMBOL &sym = syms.init(i);
         const evValue &v = args[i];
         if (func->getArgType(i) == EV_TYPESTRING) {
-            sym->type = EV_TYPESTRING;
-            sym->sval = v.s ? v.s->c_str() : myStrings.add(ev_FloatToString(v.f))->c_str();
+            sym.type = EV_TYPESTRING;
+            sym.sval = v.s ? v.s->c_str() : myStrings.add(ev_FloatToString(v.f))->c_str();
         } else {
-            sym->type = EV_TYPEFLOAT;
-            sym->fval = evToFloat(v);
+            sym.fval = evToFloat(v);
         }
-        argv[i] = sym;
     }
-
     EV_SYMBOL result;
     result.type = func->getResultType();
     std::string *storage = nullptr;
@@ -213,12 +429,10 @@ bool evMachine::call(const evCallSite &site, evValue *args, evValue &out)
         storage = myStrings.fresh();
         result.storage = storage;
     }
-    const int before = myState.error;
-    func->getEvaluate()(func, &result, argv, myThread);
-    myExpr.orFlags(func->getUserFlags());
-    if (myState.error && !before)
+    func->getEvaluate()(func, &result, syms.argv(), myThread);
+    evReadFlags(myExpr, func);
+    if (myState.error != myErrorBefore && myState.error)
         return fail(myState.error); // the callback reported an error
-
     if (storage) {
         if (result.sval != storage->c_str() && result.sval && *result.sval)
             storage->assign(result.sval); // a callback that pointed at its own text
@@ -229,8 +443,16 @@ bool evMachine::call(const evCallSite &site, evValue *args, evValue &out)
     return true;
 }
 
-bool evMachine::run(evValue *stack, evValue &out)
+bool evMachine::run(evValue &out)
 {
+    const int depth = myProg.maxStack > 0 ? myProg.maxStack : 1;
+    evValue inlineStack[evProgram::theFloatStack];
+    std::vector<evValue> heapStack;
+    evValue *stack = inlineStack;
+    if (depth > evProgram::theFloatStack) {
+        heapStack.resize(static_cast<std::size_t>(depth));
+        stack = heapStack.data();
+    }
     const evInstr *code = myProg.code.data();
     const double *numbers = myProg.numbers.data();
     evValue *sp = stack; // next free slot
@@ -263,31 +485,19 @@ bool evMachine::run(evValue *stack, evValue &out)
         case evOp::POS: sp[-1] = {evToFloat(sp[-1]), nullptr}; break;
         case evOp::NOT: sp[-1] = {evTruth(sp[-1]) ? 0.0 : 1.0, nullptr}; break;
         case evOp::TRUTH: sp[-1] = {evTruth(sp[-1]) ? 1.0 : 0.0, nullptr}; break;
-        case evOp::ADD: {
+        case evOp::ADD: case evOp::SUB: case evOp::MUL:
+        case evOp::DIV: case evOp::MOD: case evOp::POW:
             --sp;
-            evValue &a = sp[-1];
-            const evValue &b = sp[0];
-            if (__builtin_expect(!a.s && !b.s, 1)) {
-                a.f += b.f;
-            } else {
-                std::string joined = a.s ? *a.s : ev_FloatToString(a.f);
-                joined += b.s ? *b.s : ev_FloatToString(b.f);
-                a = {0.0, myStrings.add(std::move(joined))};
-            }
+            if (!arithmetic(pc->op, sp[-1], sp[0]))
+                return false;
+            break;
+        case evOp::ADDK: case evOp::SUBK: case evOp::MULK: case evOp::DIVK: {
+            static const evOp theBase[] = {evOp::ADD, evOp::SUB, evOp::MUL, evOp::DIV};
+            evOp base = theBase[static_cast<int>(pc->op) - static_cast<int>(evOp::ADDK)];
+            if (!arithmetic(base, sp[-1], evValue{numbers[pc->a], nullptr}))
+                return false;
             break;
         }
-        case evOp::SUB: --sp; sp[-1] = {evToFloat(sp[-1]) - evToFloat(sp[0]), nullptr}; break;
-        case evOp::MUL: --sp; sp[-1] = {evToFloat(sp[-1]) * evToFloat(sp[0]), nullptr}; break;
-        case evOp::DIV:
-        case evOp::MOD: {
-            --sp;
-            double a = evToFloat(sp[-1]), b = evToFloat(sp[0]);
-            if (b == 0.0)
-                return fail(EV_ERRDIVZERO);
-            sp[-1] = {pc->op == evOp::DIV ? a / b : std::fmod(a, b), nullptr};
-            break;
-        }
-        case evOp::POW: --sp; sp[-1] = {std::pow(evToFloat(sp[-1]), evToFloat(sp[0])), nullptr}; break;
         case evOp::EQ: case evOp::NE: case evOp::LT:
         case evOp::LE: case evOp::GT: case evOp::GE:
             --sp;
@@ -310,63 +520,74 @@ bool evMachine::run(evValue *stack, evValue &out)
             break;
         }
         case evOp::END:
-            out = sp[-1];
+            out = sp[-1]; // may point into this machine's store: read it before the machine goes
             return true;
         }
     }
 }
 
-// Leaves the evaluation depth as found, whatever path returns.
-struct evDepthGuard
-{
-    explicit evDepthGuard(evThreadState &s) : state(s) { ++state.depth; }
-    ~evDepthGuard() { --state.depth; }
-    evThreadState &state;
-};
+// ---- Entry ---------------------------------------------------------------------
 
-} // namespace
-
-bool evEvaluate(EV_EXPRESSION &expr, evResult &result, bool want_string, int thread)
+// Checks and depth accounting common to both results; 'run' does the work
+// and returns the error number (0 on success).
+template <typename Run>
+bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
 {
-    result.f = 0.0;
-    result.s.clear();
-    result.isString = want_string;
     expr.orFlags(EV_FLAG_EVALUATED);
-
-    evThreadState &state = evGetThreadState(thread);
-    auto report = [&](int error) {
-        if (!state.error)
-            state.error = error;
-        return false;
-    };
     const evProgram *prog = expr.myProgram.get();
     if (!prog)
         return true; // no text: 0 or the empty string, without error
+    evThreadState &state = evGetThreadState(thread);
     if (prog->compileError)
-        return report(prog->compileError);
-
-    evDepthGuard depth(state);
-    if (state.depth > EV_MAX_EVAL_DEPTH)
-        return report(EV_ERRRECURSION);
-
-    constexpr int theInlineStack = 32;
-    evValue inlineStack[theInlineStack];
-    std::unique_ptr<evValue[]> heapStack;
-    evValue *stack = inlineStack;
-    if (prog->maxStack > theInlineStack) {
-        heapStack.reset(new (std::nothrow) evValue[static_cast<std::size_t>(prog->maxStack)]);
-        if (!heapStack)
-            return report(EV_ERRRECURSION);
-        stack = heapStack.get();
+        return evReport(state, prog->compileError);
+    if (state.depth >= EV_MAX_EVAL_DEPTH)
+        return evReport(state, EV_ERRRECURSION);
+    ++state.depth;
+    int error;
+    try {
+        error = run(*prog, state);
+    } catch (...) {
+        // Callbacks must not throw; if one does, it fails the evaluation
+        // instead of unwinding through the host.
+        state.custom = "A function failed with an exception";
+        error = EV_ERRCUSTOM;
     }
+    --state.depth;
+    return error ? evReport(state, error) : true;
+}
 
-    evMachine machine(expr, *prog, thread, state);
-    evValue out{0.0, nullptr};
-    if (!machine.run(stack, out))
-        return report(machine.error());
-    if (want_string)
-        result.s = out.s ? *out.s : ev_FloatToString(out.f);
-    else
-        result.f = evToFloat(out);
-    return true;
+} // namespace
+
+bool evEvaluateFloat(EV_EXPRESSION &expr, double &result, int thread)
+{
+    result = 0.0;
+    return evEvaluateWith(expr, thread, [&](const evProgram &prog, evThreadState &state) {
+        double value = 0.0;
+        if (prog.floatOnly) {
+            evFloatMachine m(expr, prog, thread, state);
+            if (!m.run(value))
+                return m.error();
+        } else {
+            evMachine m(expr, prog, thread, state);
+            evValue out{0.0, nullptr};
+            if (!m.run(out))
+                return m.error();
+            value = evToFloat(out);
+        }
+        result = value;
+        return 0;
+    });
+}
+
+bool evEvaluateString(EV_EXPRESSION &expr, std::string &result, int thread)
+{
+    result.clear();
+    return evEvaluateWith(expr, thread, [&](const evProgram &prog, evThreadState &state) {
+        evMachine m(expr, prog, thread, state);
+        evValue out{0.0, nullptr};
+        if (!m.run(out))
+            return m.error();
+        result = out.s ? *out.s : ev_FloatToString(out.f);
+        return 0;
+    });
 }

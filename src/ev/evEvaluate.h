@@ -5,16 +5,9 @@
 
 struct EV_EXPRESSION;
 
-/// The result of one evaluation: a float or a string.
-struct evResult
-{
-    double f = 0.0;
-    std::string s;
-    bool isString = false;
-};
-
-/// Runs an expression's program on a thread. Returns false on error (the
+/// Run an expression's program on a thread. They return false on error (the
 /// thread's error number is then set and the result is 0 / "").
-bool evEvaluate(EV_EXPRESSION &expr, evResult &result, bool want_string, int thread);
+bool evEvaluateFloat(EV_EXPRESSION &expr, double &result, int thread);
+bool evEvaluateString(EV_EXPRESSION &expr, std::string &result, int thread);
 
 #endif

@@ -64,9 +64,8 @@ int evParser::binary(evOp op, int left, int right)
         n.number = folded;
         return add(std::move(n));
     }
-    evNode n{evNodeKind::BINARY};
+    evNode n(evNodeKind::BINARY, {left, right});
     n.op = op;
-    n.kids = {left, right};
     return add(std::move(n));
 }
 
@@ -87,8 +86,8 @@ int evParser::conditional()
         advance();
         int no = conditional();
         if (!failed()) {
-            evNode n{evNodeKind::COND};
-            n.kids = {cond, yes, no};
+            evNode n(evNodeKind::COND, {cond, yes, no});
+            
             cond = add(std::move(n));
         }
     }
@@ -104,8 +103,8 @@ int evParser::logicalOr()
         int right = logicalAnd();
         if (failed())
             break;
-        evNode n{evNodeKind::OR};
-        n.kids = {left, right};
+        evNode n(evNodeKind::OR, {left, right});
+        
         left = add(std::move(n));
     }
     return left;
@@ -119,8 +118,8 @@ int evParser::logicalAnd()
         int right = equality();
         if (failed())
             break;
-        evNode n{evNodeKind::AND};
-        n.kids = {left, right};
+        evNode n(evNodeKind::AND, {left, right});
+        
         left = add(std::move(n));
     }
     return left;
@@ -209,9 +208,8 @@ int evParser::unary()
         n.number = op == evOp::NEG ? -o.number : o.number;
         return add(std::move(n));
     }
-    evNode n{evNodeKind::UNARY};
+    evNode n(evNodeKind::UNARY, {operand});
     n.op = op;
-    n.kids = {operand};
     return add(std::move(n));
 }
 

@@ -4,6 +4,7 @@
 #include "evLexer.h"
 #include "evProgram.h"
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ enum class evNodeKind
 struct evNode
 {
     explicit evNode(evNodeKind k) : kind(k) {}
+    evNode(evNodeKind k, std::initializer_list<int> children) : kind(k), kids(children) {}
 
     evNodeKind kind;
     evOp op = evOp::END;  ///< UNARY / BINARY operator

@@ -10,6 +10,7 @@ const char *evOpName(evOp op)
         "PUSHNUM", "PUSHSTR", "PUSHXSTR", "VAR",
         "NEG", "POS", "NOT",
         "ADD", "SUB", "MUL", "DIV", "MOD", "POW",
+        "ADDK", "SUBK", "MULK", "DIVK",
         "EQ", "NE", "LT", "LE", "GT", "GE",
         "TRUTH", "JMP", "JZ", "CALL", "END"};
     return theNames[static_cast<int>(op)];
@@ -24,6 +25,10 @@ std::string evProgram::disassemble() const
         std::size_t a = static_cast<std::size_t>(in.a);
         switch (in.op) {
         case evOp::PUSHNUM:
+        case evOp::ADDK:
+        case evOp::SUBK:
+        case evOp::MULK:
+        case evOp::DIVK:
             std::snprintf(buf, sizeof(buf), " %.17g", numbers[a]);
             out += buf;
             break;

@@ -12,6 +12,8 @@
 //                unbound: resolved by name)
 //   NEG POS NOT  unary minus, conversion to float, logical not (1 or 0)
 //   ADD SUB MUL DIV MOD POW       arithmetic; ADD concatenates if a string is involved
+//   ADDK SUBK MULK DIVK a         the same with numbers[a] as the right operand
+//                                 (fused: the common "x * 10" shape; DIVK never by 0)
 //   EQ NE LT LE GT GE             comparison (as text when both are strings), 1 or 0
 //   TRUTH        replace the top by 1 or 0
 //   JMP      a   continue at code[a]
@@ -33,6 +35,7 @@ enum class evOp : std::uint8_t
     PUSHNUM, PUSHSTR, PUSHXSTR, VAR,
     NEG, POS, NOT,
     ADD, SUB, MUL, DIV, MOD, POW,
+    ADDK, SUBK, MULK, DIVK,
     EQ, NE, LT, LE, GT, GE,
     TRUTH, JMP, JZ, CALL, END
 };
@@ -67,6 +70,7 @@ struct evBinding
     std::string name;
     EV_TYPEDEF *type = nullptr;
     EV_VarBinding binding;
+    unsigned orMask = 0; ///< flag-word bits each read sets (time, usage)
 };
 
 class evProgram
@@ -80,7 +84,14 @@ public:
     int maxStack = 0;
     int maxArgs = 0;
     int compileError = 0; ///< engine error number; 0 when compiled
-    bool usesStrings = false;
+    bool usesStrings = false; ///< anything that may make or need a string
+
+    /// True when the program can run on the float-only evaluator; set by
+    /// finish() after compiling (and again when bindings change).
+    bool floatOnly = false;
+    void finish() { floatOnly = !usesStrings && maxStack <= theFloatStack && maxArgs <= theInlineArgs; }
+    static constexpr int theFloatStack = 32;
+    static constexpr int theInlineArgs = 8;
 
     std::string disassemble() const;
 };

@@ -4,6 +4,8 @@
 #include <ev/EV_Engine.h>
 #include "evProgram.h"
 
+#include <ut/UT_ThreadSlots.h>
+
 #include <atomic>
 #include <memory>
 #include <shared_mutex>
@@ -74,6 +76,18 @@ struct evThreadState
     std::string custom;
 };
 
-evThreadState &evGetThreadState(int thread);
+extern UT_ThreadSlots<evThreadState, 64> &theEvThreadStates;
+
+inline evThreadState &evGetThreadState(int thread)
+{
+    return theEvThreadStates.get(thread);
+}
+
+/// The flag-word bits that reading a bound variable sets.
+inline unsigned evBindingMask(const EV_VarBinding &b)
+{
+    return ((b.flags & EV_VarBinding::TIME_DEP) ? EV_FLAG_TIMEDEP : 0u) |
+           (b.flags & EV_VarBinding::USAGE_MASK);
+}
 
 #endif
