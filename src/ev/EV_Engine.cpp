@@ -1,7 +1,6 @@
 #include <ev/EV_Engine.h>
 
 #include "evCompiler.h"
-#include "evEvaluate.h"
 #include "evLibrary.h"
 #include "evRegistry.h"
 
@@ -71,22 +70,7 @@ int ev_ChangeExpr(EV_EXPRESSION *expr, const char *text, int thread)
     return expr->myProgram->compileError == 0;
 }
 
-int ev_EvaluateFloat(EV_EXPRESSION *expr, float *result, int thread)
-{
-    double value = 0.0;
-    bool ok = expr && evEvaluateFloat(*expr, value, thread);
-    if (result)
-        *result = static_cast<float>(value);
-    return ok;
-}
-
-int ev_EvaluateString(EV_EXPRESSION *expr, UT_String &result, int thread)
-{
-    std::string value;
-    bool ok = expr && evEvaluateString(*expr, value, thread);
-    result = std::move(value);
-    return ok;
-}
+// ev_EvaluateFloat and ev_EvaluateString live with the evaluators (evEvaluate.cpp).
 
 void ev_UnresolveVars(EV_EXPRESSION *expr, int)
 {

@@ -1,7 +1,7 @@
-#include "evEvaluate.h"
 #include "evRegistry.h"
 
 #include <ev/EV_Engine.h>
+#include <ut/UT_String.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -151,13 +151,13 @@ bool evFloatMachine::run(double &out)
 {
     double stack[evProgram::theFloatStack];
     double *sp = stack; // next free slot
-    const evInstr *code = myProg.code.data();
-    const double *numbers = myProg.numbers.data();
+    const evInstr *code = myProg.codePtr;
+    const double *numbers = myProg.numberPtr;
     for (const evInstr *pc = code;; ++pc) {
         switch (pc->op) {
         case evOp::PUSHNUM: *sp++ = numbers[pc->a]; break;
         case evOp::VAR: {
-            const evBinding &b = myProg.bindings[static_cast<std::size_t>(pc->a)];
+            const evBinding &b = myProg.bindingPtr[pc->a];
             if (b.orMask)
                 myExpr.orFlags(b.orMask);
             *sp++ = b.type->getFloat ? b.type->getFloat(b.binding, myThread) : 0.0;
@@ -200,7 +200,7 @@ bool evFloatMachine::run(double &out)
                 pc = code + pc->a - 1;
             break;
         case evOp::CALL: {
-            const evCallSite &site = myProg.calls[static_cast<std::size_t>(pc->a)];
+            const evCallSite &site = myProg.callPtr[pc->a];
             sp -= site.argc;
             if (!call(site, sp, *sp))
                 return false;
@@ -211,6 +211,8 @@ bool evFloatMachine::run(double &out)
         case evOp::PUSHSTR:
         case evOp::PUSHXSTR:
             return fail(EV_ERRSYNTAX); // never compiled into float-only code
+        default:
+            __builtin_unreachable(); // every opcode is handled: no range check
         }
     }
 }
@@ -558,32 +560,38 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
 
 } // namespace
 
-bool evEvaluateFloat(EV_EXPRESSION &expr, double &result, int thread)
+int ev_EvaluateFloat(EV_EXPRESSION *expr, float *result, int thread)
 {
-    result = 0.0;
-    return evEvaluateWith(expr, thread, [&](const evProgram &prog, evThreadState &state) {
+    if (result)
+        *result = 0.0f;
+    if (!expr)
+        return 0;
+    return evEvaluateWith(*expr, thread, [&](const evProgram &prog, evThreadState &state) {
         double value = 0.0;
         if (prog.floatOnly) {
-            evFloatMachine m(expr, prog, thread, state);
+            evFloatMachine m(*expr, prog, thread, state);
             if (!m.run(value))
                 return m.error();
         } else {
-            evMachine m(expr, prog, thread, state);
+            evMachine m(*expr, prog, thread, state);
             evValue out{0.0, nullptr};
             if (!m.run(out))
                 return m.error();
             value = evToFloat(out);
         }
-        result = value;
+        if (result)
+            *result = static_cast<float>(value);
         return 0;
     });
 }
 
-bool evEvaluateString(EV_EXPRESSION &expr, std::string &result, int thread)
+int ev_EvaluateString(EV_EXPRESSION *expr, UT_String &result, int thread)
 {
     result.clear();
-    return evEvaluateWith(expr, thread, [&](const evProgram &prog, evThreadState &state) {
-        evMachine m(expr, prog, thread, state);
+    if (!expr)
+        return 0;
+    return evEvaluateWith(*expr, thread, [&](const evProgram &prog, evThreadState &state) {
+        evMachine m(*expr, prog, thread, state);
         evValue out{0.0, nullptr};
         if (!m.run(out))
             return m.error();

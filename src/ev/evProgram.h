@@ -89,7 +89,20 @@ public:
     /// True when the program can run on the float-only evaluator; set by
     /// finish() after compiling (and again when bindings change).
     bool floatOnly = false;
-    void finish() { floatOnly = !usesStrings && maxStack <= theFloatStack && maxArgs <= theInlineArgs; }
+    void finish()
+    {
+        floatOnly = !usesStrings && maxStack <= theFloatStack && maxArgs <= theInlineArgs;
+        codePtr = code.data();
+        numberPtr = numbers.data();
+        bindingPtr = bindings.data();
+        callPtr = calls.data();
+    }
+    // The arrays' data, read once here rather than through each vector in
+    // the evaluation loop.
+    const evInstr *codePtr = nullptr;
+    const double *numberPtr = nullptr;
+    const evBinding *bindingPtr = nullptr;
+    const evCallSite *callPtr = nullptr;
     static constexpr int theFloatStack = 32;
     static constexpr int theInlineArgs = 8;
 
