@@ -1,6 +1,6 @@
 // A short tour of what chanlib offers so far: channel-name patterns, string
-// expansion with variables and back-quoted expressions, per-thread values
-// and the error list. Run it with `make run`.
+// expansion with variables and back-quoted expressions, per-thread values,
+// Orvish expressions and the error list. Run it with `make run`.
 #include <ch/CH.h>
 
 #include <cstdio>
@@ -74,6 +74,26 @@ void showThreadSlots()
         std::printf("  worker %d evaluated at t = %.5f\n", i, seen[i]);
 }
 
+void showExpressions()
+{
+    std::printf("\nOrvish expressions:\n");
+    ev_InitFloat();
+    ev_InitString();
+    const char *texts[] = {"sin(90) * 2 + 1", "-2 ^ 2", "strcat('frame', padzero(4, 12))",
+                           "1 / 0", "clamp(1.5, 0, 1) ? 'on' : 'off'", "sin(1, 2)"};
+    for (const char *text : texts) {
+        EV_EXPRESSION *expr = ev_AllocExpr();
+        ev_ChangeExpr(expr, text, 0);
+        UT_String value;
+        if (ev_EvaluateString(expr, value, 0))
+            std::printf("  %-34s = %s\n", text, value.buffer());
+        else
+            std::printf("  %-34s : %s\n", text, ev_GetErrorText(ev_GetErrNo(0)));
+        ev_SetErrNo(0, 0);
+        ev_FreeExpr(expr);
+    }
+}
+
 void showErrors()
 {
     std::printf("\nError list:\n");
@@ -92,6 +112,7 @@ int main()
     showPatterns();
     showExpansion();
     showThreadSlots();
+    showExpressions();
     showErrors();
     return 0;
 }

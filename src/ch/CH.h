@@ -5,6 +5,8 @@
 
 #include <ch/CH_Version.h>
 
+#include <ev/EV_Engine.h>
+
 #include <ut/UT_Array.h>
 #include <ut/UT_EnvControl.h>
 #include <ut/UT_Error.h>

@@ -84,6 +84,11 @@ void ev_UnresolveVars(EV_EXPRESSION *expr, int)
     expr->myProgram->finish();
 }
 
+void *ev_GetSingleFunctionInstanceData(EV_EXPRESSION *, EV_FUNCTION *, int)
+{
+    return nullptr;
+}
+
 std::string ev_Disassemble(const EV_EXPRESSION *expr)
 {
     return expr && expr->myProgram ? expr->myProgram->disassemble() : std::string();

@@ -49,6 +49,9 @@ int ev_EvaluateString(EV_EXPRESSION *expr, UT_String &result, int thread);
 /// Returns every variable binding of the expression to unbound, so that its
 /// variables are looked up by name at each evaluation.
 void ev_UnresolveVars(EV_EXPRESSION *expr, int thread);
+/// Per-expression data a function keeps for one call site. The engine keeps
+/// none yet: always null.
+void *ev_GetSingleFunctionInstanceData(EV_EXPRESSION *expr, EV_FUNCTION *func, int thread);
 /// The compiled instructions as text, one per line (for tests and tools).
 std::string ev_Disassemble(const EV_EXPRESSION *expr);
 

@@ -6,10 +6,17 @@
 
 int main()
 {
+    ev_InitFloat();
+    EV_EXPRESSION *expr = ev_AllocExpr();
+    ev_ChangeExpr(expr, "max(2, 3) * 2 + 1", 0);
+    float value = 0;
+    bool evaluated = ev_EvaluateFloat(expr, &value, 0) && value == 7.0f;
+    ev_FreeExpr(expr);
+
     UT_String name("geo1/tx");
     UT_ThreadSlots<int> slots;
     slots.get() = 7;
-    if (!name.multiMatch("*/t?") || slots.get(UT_Thread::getMySequentialThreadIndex()) != 7 ||
+    if (!evaluated || !name.multiMatch("*/t?") || slots.get(UT_Thread::getMySequentialThreadIndex()) != 7 ||
         std::strlen(CHgetVersion()) == 0) {
         std::printf("consumer: unexpected results\n");
         return 1;
