@@ -125,63 +125,44 @@ int evParser::logicalAnd()
     return left;
 }
 
-int evParser::equality()
+int evParser::leftAssociative(int (evParser::*next)(), const evTokenOp *ops, std::size_t count)
 {
-    int left = relational();
-    while (!failed() && (myLex.kind() == evTok::EQ || myLex.kind() == evTok::NE)) {
-        evOp op = myLex.kind() == evTok::EQ ? evOp::EQ : evOp::NE;
+    int left = (this->*next)();
+    while (!failed()) {
+        const evTokenOp *hit = std::find_if(ops, ops + count,
+                                            [&](const evTokenOp &o) { return o.token == myLex.kind(); });
+        if (hit == ops + count)
+            break;
         advance();
-        left = binary(op, left, relational());
+        left = binary(hit->op, left, (this->*next)());
     }
     return left;
+}
+
+int evParser::equality()
+{
+    static const evTokenOp theOps[] = {{evTok::EQ, evOp::EQ}, {evTok::NE, evOp::NE}};
+    return leftAssociative(&evParser::relational, theOps, 2);
 }
 
 int evParser::relational()
 {
-    int left = additive();
-    for (;;) {
-        evOp op;
-        switch (myLex.kind()) {
-        case evTok::LT: op = evOp::LT; break;
-        case evTok::LE: op = evOp::LE; break;
-        case evTok::GT: op = evOp::GT; break;
-        case evTok::GE: op = evOp::GE; break;
-        default: return left;
-        }
-        if (failed())
-            return left;
-        advance();
-        left = binary(op, left, additive());
-    }
+    static const evTokenOp theOps[] = {
+        {evTok::LT, evOp::LT}, {evTok::LE, evOp::LE}, {evTok::GT, evOp::GT}, {evTok::GE, evOp::GE}};
+    return leftAssociative(&evParser::additive, theOps, 4);
 }
 
 int evParser::additive()
 {
-    int left = multiplicative();
-    while (!failed() && (myLex.kind() == evTok::PLUS || myLex.kind() == evTok::MINUS)) {
-        evOp op = myLex.kind() == evTok::PLUS ? evOp::ADD : evOp::SUB;
-        advance();
-        left = binary(op, left, multiplicative());
-    }
-    return left;
+    static const evTokenOp theOps[] = {{evTok::PLUS, evOp::ADD}, {evTok::MINUS, evOp::SUB}};
+    return leftAssociative(&evParser::multiplicative, theOps, 2);
 }
 
 int evParser::multiplicative()
 {
-    int left = unary();
-    for (;;) {
-        evOp op;
-        switch (myLex.kind()) {
-        case evTok::STAR: op = evOp::MUL; break;
-        case evTok::SLASH: op = evOp::DIV; break;
-        case evTok::PERCENT: op = evOp::MOD; break;
-        default: return left;
-        }
-        if (failed())
-            return left;
-        advance();
-        left = binary(op, left, unary());
-    }
+    static const evTokenOp theOps[] = {
+        {evTok::STAR, evOp::MUL}, {evTok::SLASH, evOp::DIV}, {evTok::PERCENT, evOp::MOD}};
+    return leftAssociative(&evParser::unary, theOps, 3);
 }
 
 int evParser::unary()

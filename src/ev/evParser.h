@@ -62,6 +62,14 @@ private:
     int power();
     int primary();
 
+    struct evTokenOp
+    {
+        evTok token;
+        evOp op;
+    };
+    // One level of left-associative binary operators over the next level.
+    int leftAssociative(int (evParser::*next)(), const evTokenOp *ops, std::size_t count);
+
     int add(evNode node);
     int binary(evOp op, int left, int right);
     int fail(int error = 1);
