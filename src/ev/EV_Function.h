@@ -17,6 +17,8 @@ using EV_EVALUATE_FUNC = void (*)(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBO
 using EV_DEPEND_FUNC = void (*)(EV_FUNCTION *func, EV_SYMBOL **argv, void *ref_data, int thread);
 /// Rewrites the path arguments of a call when nodes are renamed; returns the
 /// number of changes.
+/// The plain form of a one-argument float function that cannot fail.
+using EV_DIRECT_FLOAT_FUNC = double (*)(double);
 using EV_CHANGEREF_FUNC = int (*)(EV_FUNCTION *func, std::vector<std::string> &args, void *ref_data, int thread);
 
 /// A function callable from expressions.
@@ -59,6 +61,12 @@ public:
     unsigned getUserFlags() const { return myFlags.load(std::memory_order_relaxed); }
     void setUserFlags(unsigned flags) { myFlags.store(flags, std::memory_order_relaxed); }
 
+    /// Optional: the same computation as the callback for one float argument,
+    /// as a plain function the engine may call instead (no symbols to build).
+    /// Only for functions that never report an error.
+    void setDirectFloat(EV_DIRECT_FLOAT_FUNC direct) { myDirect = getNArgs() == 1 && myAllFloat ? direct : nullptr; }
+    EV_DIRECT_FLOAT_FUNC getDirectFloat() const { return myDirect; }
+
     /// Called by the engine when registering.
     void setUserFunction(bool user) { myUser.store(user, std::memory_order_relaxed); }
 
@@ -73,6 +81,7 @@ private:
     int myDeterministic;
     bool myNeedsLock;
     bool myAllFloat;
+    EV_DIRECT_FLOAT_FUNC myDirect = nullptr;
     std::atomic<bool> myUser{false};
 };
 

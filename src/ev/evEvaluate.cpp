@@ -127,6 +127,11 @@ inline bool evFloatMachine::call(const evCallSite &site, double *args, double &o
     EV_FUNCTION *func = evCallee(site, error);
     if (!func)
         return fail(error);
+    if (EV_DIRECT_FLOAT_FUNC direct = func->getDirectFloat()) {
+        out = direct(args[0]); // cannot fail: no error to check
+        evReadFlags(myExpr, func);
+        return true;
+    }
     if (__builtin_expect(func->isAllFloat(), 1)) {
         // Float-only programs never have more than theInlineArgs arguments.
         alignas(EV_SYMBOL) unsigned char raw[evProgram::theInlineArgs * sizeof(EV_SYMBOL)];

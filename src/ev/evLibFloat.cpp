@@ -141,11 +141,13 @@ double evRandom(double seed)
 
 // ---- Callbacks -------------------------------------------------------------
 
+// Each defines the callback NAME and the plain function NAME##Direct that
+// the engine may call in its place.
 #define EV_FLOAT1(NAME, EXPR)                                                   \
+    double NAME##Direct(double x) { return EXPR; }                              \
     void NAME(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)          \
     {                                                                           \
-        const double x = evArg(argv, 0);                                        \
-        result->setFloat(EXPR);                                                 \
+        result->setFloat(NAME##Direct(evArg(argv, 0)));                         \
     }
 
 EV_FLOAT1(evAbs, std::fabs(x))
@@ -331,6 +333,22 @@ void evRegisterFloatLibrary()
         {0, "rand", 1, EV_TYPEFLOAT, nullptr, evRand},
         {0, "if", 3, EV_TYPEFLOAT, nullptr, evIf},
     };
-    for (EV_FUNCTION &record : theRecords)
+    static const struct
+    {
+        const char *name;
+        EV_DIRECT_FLOAT_FUNC direct;
+    } theDirect[] = {
+        {"abs", evAbsDirect},   {"sign", evSignDirect}, {"floor", evFloorDirect},
+        {"ceil", evCeilDirect}, {"int", evIntDirect},   {"frac", evFracDirect},
+        {"round", evRoundDirect}, {"exp", evExpDirect}, {"sin", evSinDirect},
+        {"cos", evCosDirect},   {"atan", evAtanDirect}, {"sinh", evSinhDirect},
+        {"cosh", evCoshDirect}, {"tanh", evTanhDirect}, {"deg", evDegDirect},
+        {"rad", evRadDirect},   {"rand", evRandDirect},
+    };
+    for (EV_FUNCTION &record : theRecords) {
+        for (const auto &d : theDirect)
+            if (!std::strcmp(d.name, record.getName()))
+                record.setDirectFloat(d.direct);
         ev_AddFunction(&record);
+    }
 }
