@@ -31,11 +31,11 @@ int EV_EXPRESSION::getCompileError() const
 EV_FUNCTION::EV_FUNCTION(unsigned flags, const char *name, int nargs, int result_type,
                          const int *arg_types, EV_EVALUATE_FUNC evaluate, EV_DEPEND_FUNC depend,
                          EV_CHANGEREF_FUNC changeref, int deterministic, bool needs_lock)
-    : myFlags(flags), myName(name ? name : ""), myResultType(result_type), myEvaluate(evaluate),
+    : myFlags(flags), myName(name ? name : ""), myNArgs(nargs > 0 ? nargs : 0), myResultType(result_type), myEvaluate(evaluate),
       myDepend(depend), myChangeRef(changeref), myDeterministic(deterministic), myNeedsLock(needs_lock), myAllFloat(true)
 {
     myAllFloat = result_type == EV_TYPEFLOAT;
-    for (int i = 0; i < nargs; ++i) {
+    for (int i = 0; i < myNArgs; ++i) {
         myArgTypes.push_back(arg_types ? arg_types[i] : EV_TYPEFLOAT);
         myAllFloat = myAllFloat && myArgTypes.back() == EV_TYPEFLOAT;
     }

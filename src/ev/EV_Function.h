@@ -45,7 +45,7 @@ public:
                 int deterministic = 1, bool needs_lock = false);
 
     const char *getName() const { return myName.c_str(); }
-    int getNArgs() const { return static_cast<int>(myArgTypes.size()); }
+    int getNArgs() const { return myNArgs; }
     int getArgType(int i) const { return myArgTypes[static_cast<std::size_t>(i)]; }
     int getResultType() const { return myResultType; }
     EV_EVALUATE_FUNC getEvaluate() const { return myEvaluate; }
@@ -74,6 +74,7 @@ private:
     std::atomic<unsigned> myFlags;
     std::string myName;
     std::vector<int> myArgTypes;
+    int myNArgs;
     int myResultType;
     EV_EVALUATE_FUNC myEvaluate;
     EV_DEPEND_FUNC myDepend;

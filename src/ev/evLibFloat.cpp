@@ -34,9 +34,9 @@ void evBadArg(EV_SYMBOL *result, int thread)
 // q * 90 is exact for |q| < 2^46, and a difference of two doubles smaller
 // than both lies on their common grid. The remainder, within about
 // [-45, 45] degrees, goes through short polynomial kernels (the classic
-// minimax fits on [-pi/4, pi/4], accurate to about an ulp of a double), and
-// the quarter picks sine or cosine and a sign by table lookup rather than by
-// branches, which mispredict on animated angles.
+// minimax fits on [-pi/4, pi/4], accurate to about an ulp of a double); the
+// quarter picks the kernel and the sign. Animated angles change quarter
+// rarely, so the choice predicts well.
 struct evQuarter
 {
     double rem;  // degrees, about [-45, 45]
@@ -88,10 +88,9 @@ inline double evSinCosDeg(double deg, int shift)
     if (e.rem == 0.0)
         return theExact[quarter];
     const double x = e.rem * theDegToRad;
-    const double value[2] = {evKernelSin(x), evKernelCos(x)};
-    static const double theSign[2] = {1.0, -1.0};
+    const double value = (quarter & 1) ? evKernelCos(x) : evKernelSin(x);
     // Adding +0 turns a -0 into 0, so a result never prints as "-0".
-    return value[quarter & 1] * theSign[quarter >> 1] + 0.0;
+    return ((quarter & 2) ? -value : value) + 0.0;
 }
 
 double evSinDeg(double deg) { return evSinCosDeg(deg, 0); }
