@@ -4,6 +4,7 @@
 // The whole public interface of chanlib.
 
 #include <ch/CH_Version.h>
+#include <ch/manager/CH_ChannelRef.h>
 
 #include <ev/EV_Engine.h>
 
@@ -17,6 +18,7 @@
 #include <ut/UT_Interrupt.h>
 #include <ut/UT_PtrArray.h>
 #include <ut/UT_RefArray.h>
+#include <ut/UT_SharedString.h>
 #include <ut/UT_String.h>
 #include <ut/UT_StringArray.h>
 #include <ut/UT_SymbolTable.h>

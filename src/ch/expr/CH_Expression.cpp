@@ -1,0 +1,244 @@
+#include "CH_Expression.h"
+
+#include <ev/EV_Engine.h>
+#include <ut/UT_ThreadSlots.h>
+
+#include <string>
+
+namespace
+{
+enum : unsigned
+{
+    CH_EXPR_TIMEDEP = 0x8000,
+    CH_EXPR_INVALUE = 0x20000,
+    CH_EXPR_OUTVALUE = 0x40000,
+    CH_EXPR_SLOPES = 0x80000,
+    CH_EXPR_ACCELS = 0x200000,
+    CH_EXPR_KNOTS = 0x400000,
+    CH_EXPR_HARDWIRED = 0x1000000,
+    CH_EXPR_EVALUATED = 0x10000000,
+    // Bits of a Python expression's flag word that survive its evaluation;
+    // the usage bits are rebuilt by each run.
+    CH_EXPR_PYTHON_KEEP = 0xac000000
+};
+
+const char *const thePythonUnavailable = "Python expressions are not available";
+
+// Never destroyed: threads may still be evaluating while statics go away.
+UT_ThreadSlots<int> &theExprFlags = *new UT_ThreadSlots<int>;
+
+// Saves a thread's flags and zeroes them for one evaluation; hands back what
+// the evaluation gathered and restores the saved flags, so an enclosing
+// evaluation does not inherit them.
+class chFlagScope
+{
+public:
+    explicit chFlagScope(int thread) : mySlot(theExprFlags.get(thread)), mySaved(mySlot) { mySlot = 0; }
+    ~chFlagScope() { mySlot = mySaved; }
+    chFlagScope(const chFlagScope &) = delete;
+    chFlagScope &operator=(const chFlagScope &) = delete;
+
+    unsigned gathered() const { return static_cast<unsigned>(mySlot); }
+
+private:
+    int &mySlot;
+    int mySaved;
+};
+} // namespace
+
+/// Stands in for compiled Python code until there is an interpreter bridge:
+/// it keeps the source so that no text is lost.
+class chPythonCode
+{
+public:
+    explicit chPythonCode(const char *source) : mySource(source) {}
+    const char *getSource() const { return mySource.c_str(); }
+
+private:
+    std::string mySource;
+};
+
+CH_Expression::CH_Expression(const char *text, CH_ExprLanguage language)
+    : myLanguage(language), myExpr(ev_AllocExpr(), ev_FreeExpr)
+{
+    changeExpr(text, 0);
+}
+
+CH_Expression::CH_Expression(const CH_Expression &source) = default;
+
+CH_Expression::~CH_Expression() = default;
+
+CH_Expression &CH_Expression::operator=(const CH_Expression &source)
+{
+    // Copied first: the text may live in an engine expression we share with
+    // the source, which compiling overwrites.
+    std::string text = source.getExpression();
+    if (text.empty())
+        return *this;
+    myLanguage = source.myLanguage;
+    changeExpr(text.c_str(), 0);
+    return *this;
+}
+
+void CH_Expression::changeExpr(const char *text, int thread)
+{
+    if (!text)
+        text = "";
+    myReferencePath.clear();
+    myPythonCode.reset();
+    if (myLanguage != CH_PYTHON) {
+        ev_ChangeExpr(myExpr.get(), text, thread);
+        return;
+    }
+    // Without an interpreter there is nothing to check the syntax against.
+    myPythonCode = std::make_shared<chPythonCode>(text);
+    myExpr->setFlags(0);
+}
+
+void CH_Expression::setExpression(const char *text, CH_ExprLanguage language)
+{
+    if (!text)
+        return;
+    std::string copy = text; // may point into our own engine expression
+    myLanguage = language;
+    changeExpr(copy.c_str(), 0);
+}
+
+void CH_Expression::setLanguage(CH_ExprLanguage language)
+{
+    if (language == myLanguage)
+        return;
+    std::string text = getExpression();
+    myLanguage = language;
+    changeExpr(text.c_str(), 0);
+}
+
+const char *CH_Expression::getExpression() const
+{
+    return myPythonCode ? myPythonCode->getSource() : myExpr->getText();
+}
+
+float CH_Expression::evaluate(int thread) const
+{
+    chFlagScope scope(thread);
+    float result = 0.0f;
+    if (myLanguage != CH_PYTHON) {
+        ev_EvaluateFloat(myExpr.get(), &result, thread);
+        myExpr->orFlags(scope.gathered());
+    } else {
+        myExpr->setFlags(myExpr->getFlags() & CH_EXPR_PYTHON_KEEP);
+        ev_SetCustomErrorMessage(thePythonUnavailable, thread);
+        myExpr->orFlags(CH_EXPR_EVALUATED | scope.gathered());
+    }
+    return result;
+}
+
+void CH_Expression::evaluateString(UT_String &result, int thread) const
+{
+    chFlagScope scope(thread);
+    if (myLanguage != CH_PYTHON) {
+        ev_EvaluateString(myExpr.get(), result, thread);
+        myExpr->orFlags(scope.gathered());
+    } else {
+        myExpr->setFlags(myExpr->getFlags() & CH_EXPR_PYTHON_KEEP);
+        result.clear();
+        ev_SetCustomErrorMessage(thePythonUnavailable, thread);
+        myExpr->orFlags(CH_EXPR_EVALUATED | scope.gathered());
+    }
+}
+
+bool CH_Expression::isCompiled() const
+{
+    return myPythonCode || myExpr->isCompiled();
+}
+
+bool CH_Expression::isHardwired() const
+{
+    return (getExpressionFlag() & CH_EXPR_HARDWIRED) != 0;
+}
+
+bool CH_Expression::modified() const
+{
+    return (getExpressionFlag() & CH_EXPR_EVALUATED) == 0;
+}
+
+unsigned CH_Expression::getExpressionFlag() const
+{
+    return myExpr->getFlags();
+}
+
+void CH_Expression::setExpressionFlag(unsigned flags)
+{
+    myExpr->setFlags(flags);
+}
+
+bool CH_Expression::usesFlag(unsigned mask) const
+{
+    if (modified())
+        evaluate(0);
+    return (getExpressionFlag() & mask) != 0;
+}
+
+bool CH_Expression::usesInValue() const { return usesFlag(CH_EXPR_INVALUE); }
+bool CH_Expression::usesOutValue() const { return usesFlag(CH_EXPR_OUTVALUE); }
+bool CH_Expression::usesValues() const { return usesFlag(CH_EXPR_INVALUE | CH_EXPR_OUTVALUE); }
+bool CH_Expression::usesSlopes() const { return usesFlag(CH_EXPR_SLOPES); }
+bool CH_Expression::usesAccels() const { return usesFlag(CH_EXPR_ACCELS); }
+bool CH_Expression::usesKnots() const { return usesFlag(CH_EXPR_KNOTS); }
+
+void CH_Expression::dirtyExprCache()
+{
+    if (myLanguage != CH_PYTHON)
+        myExpr->dirtyExpr();
+}
+
+void CH_Expression::unresolveLocalVars(int thread)
+{
+    ev_UnresolveVars(myExpr.get(), thread);
+}
+
+int CH_Expression::buildOpDependencies(void *, int)
+{
+    return 0;
+}
+
+int CH_Expression::changeOpRef(const char *, const char *, const char *, const char *, const char *, int)
+{
+    return 0;
+}
+
+bool CH_Expression::findString(const char *text, bool whole_word, bool case_sensitive) const
+{
+    return UT_String(getExpression()).findString(text, whole_word, case_sensitive);
+}
+
+int CH_Expression::changeString(const char *from, const char *to, bool whole_word, int thread)
+{
+    UT_String text(getExpression());
+    int changes = text.changeString(from, to, whole_word);
+    if (changes > 0)
+        changeExpr(text.c_str(), thread);
+    return changes;
+}
+
+void *CH_Expression::getSingleFunctionInstanceData(EV_FUNCTION *func, int thread, UT_String &) const
+{
+    if (myLanguage == CH_PYTHON)
+        return nullptr;
+    return ev_GetSingleFunctionInstanceData(myExpr.get(), func, thread);
+}
+
+int &CH_Expression::exprFlags()
+{
+    return theExprFlags.get(0);
+}
+
+void CH_Expression::addExprFlags(int flags, int thread)
+{
+    theExprFlags.get(thread) |= flags;
+}
+
+void CH_Expression::setTimeDependency()
+{
+    theExprFlags.get(0) |= static_cast<int>(CH_EXPR_TIMEDEP);
+}

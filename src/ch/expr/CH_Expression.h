@@ -1,0 +1,136 @@
+#ifndef CH_EXPRESSION_H
+#define CH_EXPRESSION_H
+
+#include <ch/expr/CH_ExprLanguage.h>
+
+#include <ut/UT_String.h>
+
+#include <memory>
+
+struct EV_EXPRESSION;
+class EV_FUNCTION;
+class chPythonCode;
+
+/// The expression of a segment: its text, its language and its compiled
+/// form, evaluated to a float or a string.
+///
+/// Orvish text is compiled into an engine expression (EV_EXPRESSION). Its
+/// flag word records what the expression used while it ran:
+///
+///   0x8000      depends on time
+///   0x20000     uses the in value        0x40000    uses the out value
+///   0x80000     uses slopes              0x200000   uses accelerations
+///   0x400000    uses knots               0x1000000  hard-wired
+///   0x10000000  evaluated since the text last changed (modified() is its
+///               negation)
+///
+/// Functions called by an expression add bits while it runs through the
+/// per-thread flags (addExprFlags, setTimeDependency); evaluation moves
+/// them into the flag word and restores the thread's flags afterwards, so a
+/// nested evaluation never passes its bits to the one that called it.
+///
+/// Copies share: the copy constructor shares the engine expression and the
+/// Python code with the source (shared ownership, so either may be destroyed
+/// first). Changing the text of one of two sharing Orvish copies recompiles
+/// the one engine expression they share, so both see the new text and flag
+/// word: that is what sharing means. Python code is replaced rather than
+/// edited, so a Python copy that changes its text gets code of its own and
+/// leaves the other with the old one. The language and the reference path
+/// are per copy. Assignment does not share: it recompiles the source's text.
+///
+/// Python: there is no interpreter bridge yet. A Python text is kept
+/// unchanged (getExpression returns it, switching back to Orvish recompiles
+/// it) but evaluates to 0 or the empty string with the error "Python
+/// expressions are not available".
+///
+/// Evaluation may run on several threads at once; changing the text or the
+/// language must not overlap evaluation of the same (or a sharing)
+/// expression.
+class CH_Expression
+{
+public:
+    CH_Expression(const char *text, CH_ExprLanguage language);
+    CH_Expression(const CH_Expression &source);
+    /// Takes the source's text and language and recompiles; a source with
+    /// an empty text leaves this expression unchanged.
+    CH_Expression &operator=(const CH_Expression &source);
+    ~CH_Expression();
+
+    /// Sets the text and language and recompiles; a null text is ignored.
+    void setExpression(const char *text, CH_ExprLanguage language);
+    /// Recompiles the current text in another language (same one: no-op).
+    void setLanguage(CH_ExprLanguage language);
+    CH_ExprLanguage getLanguage() const { return myLanguage; }
+
+    /// The text, never null.
+    const char *getExpression() const;
+    operator const char *() const { return getExpression(); }
+
+    /// Thread 0 means the calling thread. Errors are not thrown: they go to
+    /// the engine's per-thread error state and the result is 0 or "".
+    float evaluate(int thread) const;
+    void evaluateString(UT_String &result, int thread) const;
+
+    bool isCompiled() const;
+    bool isHardwired() const;
+    /// True when the text changed and the expression has not run since.
+    bool modified() const;
+    unsigned getExpressionFlag() const;
+    void setExpressionFlag(unsigned flags);
+
+    // What the expression reads. The engine only learns that by running it,
+    // so a modified expression is evaluated once (calling thread) first.
+    bool usesInValue() const;
+    bool usesOutValue() const;
+    bool usesValues() const;
+    bool usesSlopes() const;
+    bool usesAccels() const;
+    bool usesKnots() const;
+
+    /// Orvish only: the engine's cached result is stale.
+    void dirtyExprCache();
+    /// Variables are looked up by name again at each evaluation.
+    void unresolveLocalVars(int thread);
+
+    // Operator-reference tracking is not wired to the engine yet: both do
+    // nothing and return 0.
+    int buildOpDependencies(void *ref, int thread);
+    int changeOpRef(const char *new_fullpath, const char *old_fullpath,
+                    const char *old_cwd, const char *chan_name,
+                    const char *old_chan_name, int thread);
+
+    /// Searches the text (UT_String::findString).
+    bool findString(const char *text, bool whole_word, bool case_sensitive) const;
+    /// Replaces 'from' by 'to' in the text and recompiles when anything
+    /// changed; returns the number of replacements.
+    int changeString(const char *from, const char *to, bool whole_word, int thread);
+
+    /// The engine's per-call-site data of a function in this expression;
+    /// null for Python. 'source' is left as it is: the engine keeps no
+    /// instance data yet.
+    void *getSingleFunctionInstanceData(EV_FUNCTION *func, int thread, UT_String &source) const;
+
+    /// The path of the parameter or channel owning the expression, used to
+    /// resolve relative references. Every change of the text clears it.
+    void setReferencePath(const char *path) { myReferencePath = path; }
+    const UT_String &getReferencePath() const { return myReferencePath; }
+
+    /// The calling thread's flags, gathered while an expression runs.
+    static int &exprFlags();
+    /// ORs flags into a thread's flags (0: the calling thread).
+    static void addExprFlags(int flags, int thread);
+    /// Marks the running expression as time-dependent (calling thread).
+    static void setTimeDependency();
+
+private:
+    // The one place where text is compiled.
+    void changeExpr(const char *text, int thread);
+    bool usesFlag(unsigned mask) const;
+
+    CH_ExprLanguage myLanguage;
+    std::shared_ptr<EV_EXPRESSION> myExpr;
+    std::shared_ptr<chPythonCode> myPythonCode; // set exactly for Python text
+    UT_String myReferencePath;
+};
+
+#endif

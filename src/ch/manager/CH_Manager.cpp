@@ -1,0 +1,128 @@
+#include "CH_Manager.h"
+
+#include <ch/auxiliary/CH_ScriptAccessManager.h>
+#include <ch/expr/CH_ExprDefine.h>
+#include <ch/io/CH_Collection.h>
+
+#include <cstdio>
+
+namespace {
+
+CH_Manager *theContext = nullptr;
+
+} // namespace
+
+CH_Manager::CH_Manager(int initLibrary)
+{
+    resetPlayback();
+    myFlags |= theConstructed;
+    myRawInterpolation = 1;
+    myRootCollection = nullptr;
+    myTimeCodeOffset = 0.0f;
+    myDefaultExpression = "bezier()";
+    myDefaultRotationExpression = "bezier()";
+    myAutoSplit = true;
+    myDefaultSplitExpression = "";
+    myAutoSlope = true;
+    myDefaultSlope = 0.0f;
+    myHoldLastKey = false;
+    myChanCreateKeyExpression = "";
+    myAlwaysCommitKeyChange = true;
+    mySegCacheStatus = false;
+    myAudioLevel = 1.0f;
+    myUnitLength = 1.0f;
+    myUnitMass = 1.0f;
+    myDefaultExprLanguage = CH_ORVISH;
+    myStringArray.clear();
+    myPathString = "/";
+    if (initLibrary)
+        initLibraryGlue();
+    if (!theContext)
+        theContext = this;
+}
+
+CH_Manager::~CH_Manager()
+{
+    if (myDefines)
+        myDefines->traverse([](const char *, CH_ExprDefine *d) { delete d; });
+    if (theContext == this)
+        theContext = nullptr;
+}
+
+CH_Manager *CH_Manager::getContext()
+{
+    return theContext;
+}
+
+bool CH_Manager::getContextExists()
+{
+    return theContext != nullptr;
+}
+
+void CH_Manager::setContext()
+{
+    theContext = this;
+}
+
+CH_ScriptAccessManager *CH_Manager::getAccessManager(int)
+{
+    return nullptr;
+}
+
+// ---- References: the host's manager overrides these --------------------------
+
+CH_Channel *CH_Manager::getChRefChannel(const CH_ChannelRef &) const
+{
+    return nullptr;
+}
+
+bool CH_Manager::isOwnerExposed(const CH_ChannelRef &) const
+{
+    return true;
+}
+
+bool CH_Manager::buildChanRef(CH_ChannelRef &, const char *) const
+{
+    return false;
+}
+
+bool CH_Manager::buildChanRef(CH_ChannelRef &, const CH_Channel *) const
+{
+    return false;
+}
+
+int CH_Manager::compareChanRefs(const CH_ChannelRef &, const CH_ChannelRef &) const
+{
+    return 0;
+}
+
+void CH_Manager::getChanRefPath(const CH_ChannelRef &, UT_String &, bool) const
+{
+}
+
+// ---- Evaluation context --------------------------------------------------------
+
+void CH_Manager::setEvalCollection(CH_Collection *collection, int thread)
+{
+    myEvalSlots.get(thread).collection = collection;
+}
+
+CH_Collection *CH_Manager::getEvalCollection(int thread) const
+{
+    return myEvalSlots.get(thread).collection;
+}
+
+void CH_Manager::setEvaluateTime(float t, int thread)
+{
+    myEvalSlots.get(thread).time = t;
+}
+
+double CH_Manager::getEvaluateTime(int thread) const
+{
+    return myEvalSlots.get(thread).time;
+}
+
+int &CH_Manager::exprDepth(int thread)
+{
+    return myEvalSlots.get(thread).depth;
+}

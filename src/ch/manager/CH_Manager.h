@@ -1,0 +1,275 @@
+#ifndef CH_MANAGER_H
+#define CH_MANAGER_H
+
+#include <ch/expr/CH_ExprLanguage.h>
+#include <ch/expr/CH_LocalVariable.h>
+#include <ch/manager/CH_ChannelRef.h>
+
+#include <ut/UT_PtrArray.h>
+#include <ut/UT_RefArray.h>
+#include <ut/UT_String.h>
+#include <ut/UT_StringArray.h>
+#include <ut/UT_SymbolTable.h>
+#include <ut/UT_ThreadSlots.h>
+
+#include <memory>
+#include <ostream>
+#include <set>
+
+class CH_Channel;
+class CH_Collection;
+class CH_ExprDefine;
+class CH_Group;
+class CH_ScriptAccessManager;
+class CH_TimeGroup;
+
+/// The channel library's one global object: the scene's time model and
+/// user settings, the root collection, and the per-thread evaluation
+/// context. Reached through getContext(); the first manager constructed
+/// becomes current.
+///
+/// The settings are plain fields: the host's main thread writes them,
+/// evaluating threads read them. The evaluation context is per thread.
+class CH_Manager
+{
+public:
+    /// With initLibrary non-zero, the first such manager registers the
+    /// library's expression functions, types and variables with the engine.
+    explicit CH_Manager(int initLibrary = 1);
+    virtual ~CH_Manager();
+    CH_Manager(const CH_Manager &) = delete;
+    CH_Manager &operator=(const CH_Manager &) = delete;
+
+    // ---- Context ------------------------------------------------------------
+    static CH_Manager *getContext();
+    static bool getContextExists();
+    virtual void setContext();
+    virtual CH_ScriptAccessManager *getAccessManager(int thread);
+
+    // ---- Defaults ----------------------------------------------------------
+    static float getDefaultFPS();
+    static float getDefaultLength(float fps);
+    static float getDefaultLengthFrames(float fps);
+
+    // ---- Time model --------------------------------------------------------
+    float getSamplesPerSec() const { return myFPS; }
+    float getSecsPerSample() const { return 1.0f / myFPS; }
+    void setSamplesPerSec(float fps);
+    void setRawSamplesPerSec(float fps);
+    float getNumSamples() const { return myNumSamples; }
+    void setRawNumSamples(int n);
+    float getGlobalStart() const { return myStart; }
+    float getGlobalEnd() const { return myEnd; }
+    void setGlobalTime(float a, float b);
+    int getGlobalStartFrame() const;
+    int getGlobalEndFrame() const;
+    void getSampleRange(float &first, float &last) const { first = myRangeFirst; last = myRangeLast; }
+    void setSampleRange(float a, float b);
+    float getRealTimeFactor() const { return myRealTimeFactor; }
+    void setRealTimeFactor(float f) { myRealTimeFactor = f; }
+    float getSampleStep() const { return mySampleStep; }
+    void setSampleStep(float s) { mySampleStep = s; }
+    float getTolerance() const { return myTolerance; }
+    float getTimeCodeOffset(float) const { return myTimeCodeOffset; }
+    void setTimeCodeOffset(float t) { myTimeCodeOffset = t; }
+
+    // ---- Conversions -------------------------------------------------------
+    float getTime(float sample) const;
+    float getSampleRaw(float t) const;
+    float getSample(float t) const;
+    int getFrame(float t) const;
+    float getTimeDelta(float samples) const;
+    float getSampleDelta(float t) const;
+    float getSnapToFrameTime(float t) const;
+    float getSnapSample(float sample) const;
+    bool getIsAtFrame(float t) const;
+    float getSnapToFrameDelta(float t, float delta) const;
+    static float niceNumber(float x, int digits);
+
+    int setTimeCode(const char *text, float &t) const;
+    void getTimeCode(char *buffer, float t) const;
+
+    void parseUnitsString(const char *units, float &lengthExp, float &massExp) const;
+    float scaleToMKS(const char *units) const;
+    float scaleFromMKS(const char *units) const;
+
+    int niceFrameSeparation(float target, int minimum) const;
+
+    void resetChannelOptions();
+    void resetPlayback();
+
+    // ---- Flags -------------------------------------------------------------
+    bool getIntegerFrameFlag() const { return myFlags & theIntegerFrame; }
+    void setIntegerFrameFlag(bool on) { setFlag(theIntegerFrame, on); }
+    bool getRealTimeFlag() const { return myFlags & theRealTime; }
+    void setRealTimeFlag(bool on) { setFlag(theRealTime, on); }
+    bool getRealTimeDisableSkip() const { return myFlags & theRealTimeDisableSkip; }
+    void setRealTimeDisableSkip(bool on) { setFlag(theRealTimeDisableSkip, on); }
+    bool getHoldFlag() const { return myFlags & theHold; }
+    void setHoldFlag(bool on) { setFlag(theHold, on); }
+    bool getRestrictRangeFlag() const { return myFlags & theRestrictRange; }
+    void setRestrictRangeFlag(bool on) { setFlag(theRestrictRange, on); }
+    bool getShowRangeFlag() const { return myFlags & theShowRange; }
+    void setShowRangeFlag(bool on) { setFlag(theShowRange, on); }
+    bool getShowTicksFlag() const { return myFlags & theShowTicks; }
+    void setShowTicksFlag(bool on) { setFlag(theShowTicks, on); }
+    bool getShowAudioFlag() const { return myFlags & theShowAudio; }
+    void setShowAudioFlag(bool on) { setFlag(theShowAudio, on); }
+    bool getShowKeysFlag() const { return myFlags & theShowKeys; }
+    void setShowKeysFlag(bool on) { setFlag(theShowKeys, on); }
+
+    // ---- Settings ----------------------------------------------------------
+    int getRawInterpolation() const { return myRawInterpolation; }
+    void setRawInterpolation(int i) { myRawInterpolation = static_cast<short>(i); }
+    const char *getDefaultExpression() const { return myDefaultExpression; }
+    void setDefaultExpression(const char *text);
+    const char *getDefaultRotationExpression() const { return myDefaultRotationExpression; }
+    void setDefaultRotationExpression(const char *text);
+    bool getAutoSplit() const { return myAutoSplit; }
+    void setAutoSplit(bool on) { myAutoSplit = on; }
+    const char *getDefaultSplitExpression() const { return myDefaultSplitExpression; }
+    void setDefaultSplitExpression(const char *text) { myDefaultSplitExpression = text; }
+    bool getAutoSlope() const { return myAutoSlope; }
+    void setAutoSlope(bool on) { myAutoSlope = on; }
+    float getDefaultSlope() const { return myDefaultSlope; }
+    void setDefaultSlope(float s) { myDefaultSlope = s; }
+    int getHoldLastKey() const { return myHoldLastKey; }
+    void setHoldLastKey(bool on) { myHoldLastKey = on; }
+    bool getAlwaysCommitKeyChange() const { return myAlwaysCommitKeyChange; }
+    void setAlwaysCommitKeyChange(bool on) { myAlwaysCommitKeyChange = on; }
+    bool getSegCacheStatus() const { return mySegCacheStatus; }
+    void setSegCacheStatus(bool on) { mySegCacheStatus = on; }
+    const char *getChanCreateKeyExpression() const { return myChanCreateKeyExpression; }
+    void setChanCreateKeyExpression(const char *text) { myChanCreateKeyExpression = text; }
+    float getAudioLevel() const { return myAudioLevel; }
+    void setAudioLevel(float l) { myAudioLevel = l; }
+    float getUnitLength() const { return myUnitLength; }
+    void setUnitLength(float l) { myUnitLength = l; }
+    float getUnitMass() const { return myUnitMass; }
+    void setUnitMass(float m) { myUnitMass = m; }
+    CH_ExprLanguage getDefaultExprLanguage() const { return myDefaultExprLanguage; }
+    void setDefaultExprLanguage(CH_ExprLanguage l) { myDefaultExprLanguage = l; }
+    CH_Collection *getRootCollection() const { return myRootCollection; }
+    void setRootCollection(CH_Collection *root) { myRootCollection = root; }
+
+    // ---- Evaluation context (per thread; thread 0 = the calling thread) ----
+    void setEvalCollection(CH_Collection *collection, int thread);
+    CH_Collection *getEvalCollection(int thread) const;
+    void setEvaluateTime(float t, int thread);
+    double getEvaluateTime(int thread) const;
+    double getEvaluateTime() const { return getEvaluateTime(0); }
+    /// The nesting depth of back-quoted expression evaluation.
+    int &exprDepth(int thread);
+
+    // ---- Variables ---------------------------------------------------------
+    /// The global variables, ended by an entry with a null name.
+    static const CH_LocalVariable *getLocalVariableTable();
+    /// The global variable of a name, or null.
+    static const CH_LocalVariable *findGlobalVariable(const char *name);
+    float getVariableValue(int id, int thread) const;
+    int getIntegerVariableValue(int id, int thread) const;
+    void getVariableValue(int id, UT_String &value, int thread) const;
+    virtual bool getVariableString(const char *name, UT_String &value, int &timeDependent, int thread);
+
+    // ---- Texts -------------------------------------------------------------
+    static bool lookupVariable(const char *name, UT_String &value, int thread);
+    static bool lookupExpression(const char *text, UT_String &value, int thread);
+    static bool lookupVariableNoThread(const char *name, UT_String &value);
+    static bool lookupExpressionNoThread(const char *text, UT_String &value);
+    /// flags: 1 back-quoted expressions, 2 variables. Returns 0x8000 when
+    /// anything expanded depended on time.
+    int expandString(const char *text, UT_String &out, float time, CH_Collection *collection,
+                     int thread, int flags = 3);
+    float evaluate(const char *text, float time, CH_Collection *collection, int *timeDependent,
+                   int thread, CH_ExprLanguage language = CH_ORVISH);
+    /// Returns 1 when the result depends on time, else 0.
+    int evaluateString(const char *text, UT_String &out, float time, CH_Collection *collection,
+                       int thread, CH_ExprLanguage language = CH_ORVISH);
+    /// Operator-reference rewriting: not available yet; does nothing.
+    void buildStringOpDependencies(const char *text, void *ref, CH_Collection *collection, int thread);
+    int changeStringOpRef(UT_String &out, const char *in, const char *new_fullpath,
+                          const char *old_fullpath, const char *old_cwd, const char *chan_name,
+                          const char *old_chan_name, CH_Collection *collection, int thread);
+
+    // ---- Defines -----------------------------------------------------------
+    void addExpressionDefine(const CH_ExprDefine &define);
+    /// The define of a name, or null.
+    const CH_ExprDefine *findExpressionDefine(const char *name) const;
+
+    // ---- References (the host overrides these) -------------------------------
+    virtual CH_Channel *getChRefChannel(const CH_ChannelRef &ref) const;
+    virtual bool isOwnerExposed(const CH_ChannelRef &ref) const;
+    virtual bool buildChanRef(CH_ChannelRef &ref, const char *path) const;
+    virtual bool buildChanRef(CH_ChannelRef &ref, const CH_Channel *channel) const;
+    virtual int compareChanRefs(const CH_ChannelRef &a, const CH_ChannelRef &b) const;
+    virtual void getChanRefPath(const CH_ChannelRef &ref, UT_String &path, bool use_alias) const;
+
+    /// Scoped channel references: none until scope exists.
+    int getNumScopedChanRefs() const { return 0; }
+
+protected:
+    void initExpressionLibrary();
+    void initLibraryGlue();
+
+private:
+    enum : unsigned
+    {
+        theIntegerFrame = 0x1,
+        theRealTime = 0x2,
+        theRealTimeDisableSkip = 0x4,
+        theHold = 0x8,
+        theRestrictRange = 0x10,
+        theShowRange = 0x20,
+        theShowTicks = 0x40,
+        theShowAudio = 0x80,
+        theShowKeys = 0x100,
+        theConstructed = 0x200 ///< set at construction; read by nothing
+    };
+    void setFlag(unsigned bit, bool on) { myFlags = on ? (myFlags | bit) : (myFlags & ~bit); }
+    void recomputeEnd();
+
+    struct chEvalSlot
+    {
+        CH_Collection *collection = nullptr;
+        double time = 0.0;
+        int depth = 0;
+    };
+
+    float myFPS = 24.0f;
+    float myNumSamples = 240.0f;
+    float myStart = 0.0f;
+    float myEnd = 0.0f;
+    float myRangeFirst = 1.0f;
+    float myRangeLast = 240.0f;
+    float myRealTimeFactor = 1.0f;
+    float mySampleStep = 1.0f;
+    float myTolerance = 1.0f / 2400.0f;
+    float myTimeCodeOffset = 0.0f;
+    unsigned myFlags = 0;
+    short myRawInterpolation = 1;
+    UT_String myDefaultExpression;
+    UT_String myDefaultRotationExpression;
+    bool myAutoSplit = true;
+    UT_String myDefaultSplitExpression;
+    bool myAutoSlope = true;
+    float myDefaultSlope = 0.0f;
+    bool myHoldLastKey = false;
+    bool myAlwaysCommitKeyChange = true;
+    bool mySegCacheStatus = false;
+    UT_String myChanCreateKeyExpression;
+    float myAudioLevel = 1.0f;
+    float myUnitLength = 1.0f;
+    float myUnitMass = 1.0f;
+    CH_ExprLanguage myDefaultExprLanguage = CH_ORVISH;
+    CH_Collection *myRootCollection = nullptr;
+    UT_StringArray myStringArray;
+    UT_String myPathString;
+    std::unique_ptr<UT_SymbolTable<CH_ExprDefine *>> myDefines;
+    UT_ThreadSlots<chEvalSlot, 64> myEvalSlots;
+};
+
+float CHgetTimeFromFrame(float frame);
+int CHgetFrameFromTime(float t);
+float CHgetSampleFromTime(float t);
+
+#endif
