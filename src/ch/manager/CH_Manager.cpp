@@ -4,11 +4,14 @@
 #include <ch/expr/CH_ExprDefine.h>
 #include <ch/io/CH_Collection.h>
 
+#include <atomic>
 #include <cstdio>
 
 namespace {
 
-CH_Manager *theContext = nullptr;
+// One-shot evaluation and expansion make their manager current from any
+// thread (usually storing the value already there): atomic, so that is safe.
+std::atomic<CH_Manager *> theContext{nullptr};
 
 } // namespace
 
@@ -37,31 +40,31 @@ CH_Manager::CH_Manager(int initLibrary)
     myPathString = "/";
     if (initLibrary)
         initLibraryGlue();
-    if (!theContext)
-        theContext = this;
+    CH_Manager *none = nullptr;
+    theContext.compare_exchange_strong(none, this);
 }
 
 CH_Manager::~CH_Manager()
 {
     if (myDefines)
         myDefines->traverse([](const char *, CH_ExprDefine *d) { delete d; });
-    if (theContext == this)
-        theContext = nullptr;
+    CH_Manager *self = this;
+    theContext.compare_exchange_strong(self, nullptr);
 }
 
 CH_Manager *CH_Manager::getContext()
 {
-    return theContext;
+    return theContext.load(std::memory_order_acquire);
 }
 
 bool CH_Manager::getContextExists()
 {
-    return theContext != nullptr;
+    return getContext() != nullptr;
 }
 
 void CH_Manager::setContext()
 {
-    theContext = this;
+    theContext.store(this, std::memory_order_release);
 }
 
 CH_ScriptAccessManager *CH_Manager::getAccessManager(int)
