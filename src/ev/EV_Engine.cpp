@@ -6,10 +6,13 @@
 
 #include <ut/UT_String.h>
 
+#include <charconv>
 #include <cmath>
+#include <limits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 const ev_ThreadErrNo EXPR_theErrNo{};
 
@@ -190,16 +193,15 @@ int ev_GetOptimization()
 
 namespace {
 
-// Runs an initialiser once per process.
+// Runs an initialiser once per process; a concurrent caller waits until it
+// has finished, so nobody compiles against a half-registered library.
 template <typename F>
-void evOnce(std::atomic<bool> &done, F &&f)
+void evOnce(std::once_flag &done, F &&f)
 {
-    bool expected = false;
-    if (done.compare_exchange_strong(expected, true))
-        f();
+    std::call_once(done, f);
 }
 
-std::atomic<bool> theFloatInit{false}, theStringInit{false}, theVectorInit{false};
+std::once_flag theFloatInit, theStringInit, theVectorInit;
 
 } // namespace
 
@@ -231,12 +233,14 @@ void ev_InitUserFunc()
 
 // ---- Conversions -----------------------------------------------------------
 
-double ev_StringToFloat(const char *text)
+const char *ev_ScanDecimal(const char *text, double &value)
 {
+    value = 0.0;
     if (!text)
-        return 0.0;
-    // Take the longest prefix of the form [blanks][sign]digits[.digits][e[sign]digits]
-    // and hand only that to strtod, so hex, inf and nan never count.
+        return text;
+    // [blanks][sign]digits[.digits][e[sign]digits], so hex, inf and nan never
+    // count; converted with from_chars, which ignores the C locale (a host
+    // that sets a locale with a decimal comma must not change results).
     const char *p = text;
     while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r')
         ++p;
@@ -255,7 +259,7 @@ double ev_StringToFloat(const char *text)
         any = any || p != frac;
     }
     if (!any)
-        return 0.0;
+        return text;
     if (*p == 'e' || *p == 'E') {
         const char *e = p + 1;
         if (*e == '+' || *e == '-')
@@ -266,13 +270,23 @@ double ev_StringToFloat(const char *text)
             p = e;
         }
     }
-    std::string number(start, static_cast<std::size_t>(p - start));
-    return std::strtod(number.c_str(), nullptr);
+    const char *from = *start == '+' ? start + 1 : start; // from_chars takes no '+'
+    std::from_chars_result r = std::from_chars(from, p, value);
+    if (r.ec == std::errc::result_out_of_range)
+        value = (*start == '-' ? -1.0 : 1.0) * std::numeric_limits<double>::infinity();
+    return p;
+}
+
+double ev_StringToFloat(const char *text)
+{
+    double value;
+    ev_ScanDecimal(text, value);
+    return value;
 }
 
 std::string ev_FloatToString(double value)
 {
     char buf[64];
-    std::snprintf(buf, sizeof(buf), "%g", value);
-    return buf;
+    std::to_chars_result r = std::to_chars(buf, buf + sizeof(buf), value, std::chars_format::general, 6);
+    return std::string(buf, r.ptr);
 }

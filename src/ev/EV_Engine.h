@@ -130,6 +130,9 @@ void ev_InitUserFunc();
 /// The longest leading decimal number of a text (as strtod, decimal only:
 /// no hex, inf or nan), else 0.
 double ev_StringToFloat(const char *text);
+/// The same scan, returning where the number ends (the text itself when
+/// there is none). Independent of the C locale, as is ev_FloatToString.
+const char *ev_ScanDecimal(const char *text, double &value);
 /// The shortest "%g" form of a float.
 std::string ev_FloatToString(double value);
 

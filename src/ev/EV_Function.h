@@ -15,10 +15,10 @@ using EV_EVALUATE_FUNC = void (*)(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBO
 /// Records what a call depends on (operator references); arguments as for
 /// evaluation.
 using EV_DEPEND_FUNC = void (*)(EV_FUNCTION *func, EV_SYMBOL **argv, void *ref_data, int thread);
-/// Rewrites the path arguments of a call when nodes are renamed; returns the
-/// number of changes.
 /// The plain form of a one-argument float function that cannot fail.
 using EV_DIRECT_FLOAT_FUNC = double (*)(double);
+/// Rewrites the path arguments of a call when nodes are renamed; returns the
+/// number of changes.
 using EV_CHANGEREF_FUNC = int (*)(EV_FUNCTION *func, std::vector<std::string> &args, void *ref_data, int thread);
 
 /// A function callable from expressions.

@@ -100,7 +100,7 @@ class evFloatMachine
 {
 public:
     evFloatMachine(EV_EXPRESSION &expr, const evProgram &prog, int thread, evThreadState &state)
-        : myExpr(expr), myProg(prog), myThread(thread), myState(state), myErrorBefore(state.error) {}
+        : myExpr(expr), myProg(prog), myThread(thread), myState(state) {}
 
     bool run(double &out);
     int error() const { return myError; }
@@ -117,7 +117,6 @@ private:
     const evProgram &myProg;
     int myThread;
     evThreadState &myState;
-    int myErrorBefore;
     int myError = 0;
 };
 
@@ -147,7 +146,7 @@ inline bool evFloatMachine::call(const evCallSite &site, double *args, double &o
         out = evCallMixed(func, args, site.argc, myThread);
     }
     evReadFlags(myExpr, func);
-    if (__builtin_expect(myState.error != myErrorBefore, 0) && myState.error)
+    if (__builtin_expect(myState.error != 0, 0))
         return fail(myState.error); // the callback reported an error
     return true;
 }
@@ -265,11 +264,9 @@ inline bool evTruth(const evValue &v)
 // a float, anything else a string.
 evValue evClassify(const std::string &text, evStrings &strings)
 {
-    const char *begin = text.c_str();
-    char *end = nullptr;
-    double f = std::strtod(begin, &end);
-    bool decimal = end != begin && text.find_first_of("xXnN") == std::string::npos;
-    if (decimal) {
+    double f;
+    const char *end = ev_ScanDecimal(text.c_str(), f);
+    if (end != text.c_str()) {
         while (*end == ' ' || *end == '\t')
             ++end;
         if (!*end)
@@ -282,7 +279,7 @@ class evMachine
 {
 public:
     evMachine(EV_EXPRESSION &expr, const evProgram &prog, int thread, evThreadState &state)
-        : myExpr(expr), myProg(prog), myThread(thread), myState(state), myErrorBefore(state.error) {}
+        : myExpr(expr), myProg(prog), myThread(thread), myState(state) {}
 
     bool run(evValue &out);
     int error() const { return myError; }
@@ -303,7 +300,6 @@ private:
     const evProgram &myProg;
     int myThread;
     evThreadState &myState;
-    int myErrorBefore;
     evStrings myStrings;
     int myError = 0;
 };
@@ -438,7 +434,7 @@ bool evMachine::call(const evCallSite &site, evValue *args, evValue &out)
     }
     func->getEvaluate()(func, &result, syms.argv(), myThread);
     evReadFlags(myExpr, func);
-    if (myState.error != myErrorBefore && myState.error)
+    if (myState.error)
         return fail(myState.error); // the callback reported an error
     if (storage) {
         if (result.sval != storage->c_str() && result.sval && *result.sval)
@@ -549,6 +545,11 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         return evReport(state, prog->compileError);
     if (state.depth >= EV_MAX_EVAL_DEPTH)
         return evReport(state, EV_ERRRECURSION);
+    // An error left pending by an earlier evaluation is set aside, so that
+    // errors raised during this one are seen; the first error stays the one
+    // reported.
+    const int pending = state.error;
+    state.error = 0;
     ++state.depth;
     int error;
     try {
@@ -560,7 +561,8 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         error = EV_ERRCUSTOM;
     }
     --state.depth;
-    return error ? evReport(state, error) : true;
+    state.error = pending ? pending : error;
+    return error == 0;
 }
 
 } // namespace

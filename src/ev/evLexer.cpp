@@ -1,6 +1,7 @@
 #include "evLexer.h"
 
-#include <cstdlib>
+#include <charconv>
+#include <limits>
 
 namespace {
 
@@ -83,8 +84,10 @@ evTok evLexer::lexNumber()
             myPos = e;
         }
     }
-    std::string digits(start, static_cast<std::size_t>(myPos - start));
-    myNumber = std::strtod(digits.c_str(), nullptr);
+    // from_chars: the C locale must not change how literals read.
+    if (std::from_chars(start, myPos, myNumber).ec == std::errc::result_out_of_range)
+        myNumber = std::numeric_limits<double>::infinity(); // literals carry no sign
+
     // A number glued to a name ("2x", "1e") is not a number.
     if (evIsNameStart(*myPos))
         return evTok::ERROR;

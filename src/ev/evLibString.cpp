@@ -226,14 +226,29 @@ void evArgFn(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
 }
 
 // Scans on after each inserted text, never inside it.
-void evStrreplace(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+// Strings made by one call are capped, so nested calls cannot multiply a
+// text's length without bound.
+constexpr std::size_t theMaxResult = 1u << 24;
+
+void evStrreplace(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
 {
-    std::string s = evStr(argv, 0);
+    const std::string text = evStr(argv, 0);
     const std::string from = evStr(argv, 1), to = evStr(argv, 2);
-    if (!from.empty())
-        for (std::size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to.size()))
-            s.replace(at, from.size(), to);
-    result->setString(s.c_str());
+    std::string out;
+    if (from.empty()) {
+        out = text;
+    } else {
+        // Built in one pass: replacing in place would shift the tail at every hit.
+        std::size_t at = 0;
+        for (std::size_t hit = text.find(from); hit != std::string::npos; hit = text.find(from, at)) {
+            out.append(text, at, hit - at).append(to);
+            at = hit + from.size();
+            if (out.size() > theMaxResult)
+                return evBadArg(result, thread);
+        }
+        out.append(text, at, std::string::npos);
+    }
+    result->setString(out.c_str());
 }
 
 void evSprintf(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)

@@ -51,5 +51,4 @@ void evRegistry::append(TypeArray &array, std::atomic<int> &count, EV_TYPEDEF *t
     count.store(n + 1, std::memory_order_release);
 }
 
-// Leaked on purpose: threads may still evaluate while the process exits.
-UT_ThreadSlots<evThreadState, 64> &theEvThreadStates = *new UT_ThreadSlots<evThreadState, 64>;
+

@@ -76,11 +76,12 @@ struct evThreadState
     std::string custom;
 };
 
-extern UT_ThreadSlots<evThreadState, 64> &theEvThreadStates;
-
 inline evThreadState &evGetThreadState(int thread)
 {
-    return theEvThreadStates.get(thread);
+    // Leaked on purpose (threads may evaluate while the process exits), and
+    // built on first use so that calls from static constructors are safe.
+    static UT_ThreadSlots<evThreadState, 64> &states = *new UT_ThreadSlots<evThreadState, 64>;
+    return states.get(thread);
 }
 
 /// The flag-word bits that reading a bound variable sets.

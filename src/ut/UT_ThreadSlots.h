@@ -43,10 +43,11 @@ public:
     UT_ThreadSlots(const UT_ThreadSlots &) = delete;
     UT_ThreadSlots &operator=(const UT_ThreadSlots &) = delete;
 
-    /// The slot of a thread number, or of the calling thread when 0.
+    /// The slot of a thread number, or of the calling thread when 0 (or,
+    /// defensively, negative).
     T &get(int thread = 0)
     {
-        int index = (thread ? thread : UT_Thread::getMySequentialThreadIndex()) - 1;
+        int index = (thread > 0 ? thread : UT_Thread::getMySequentialThreadIndex()) - 1;
         if (__builtin_expect(index < theInlineSlots, 1))
             return myInline[index].value;
         return overflowSlot(index - theInlineSlots);

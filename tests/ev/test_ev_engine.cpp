@@ -352,6 +352,11 @@ TEST_F(EvEngine, ErrorsArePerThreadAndSticky)
     evTestExpr bad2 = evTestCompile("nosuch()");
     ev_EvaluateFloat(bad2.get(), &f, 0);
     EXPECT_EQ(EXPR_theErrNo, EV_ERRDIVZERO); // the first error stays
+    // ...and a pending error does not hide the errors functions raise.
+    evTestExpr domain = evTestCompile("sqrt(-1) + 10");
+    EXPECT_FALSE(ev_EvaluateFloat(domain.get(), &f, 0));
+    EXPECT_EQ(f, 0.0f);
+    EXPECT_EQ(EXPR_theErrNo, EV_ERRDIVZERO);
     EXPR_theErrNo = 0;
 
     ev_SetCustomErrorMessage("mine", 0);

@@ -25,7 +25,12 @@ enum : unsigned
 const char *const thePythonUnavailable = "Python expressions are not available";
 
 // Never destroyed: threads may still be evaluating while statics go away.
-UT_ThreadSlots<int> &theExprFlags = *new UT_ThreadSlots<int>;
+UT_ThreadSlots<int> &chExprFlags()
+{
+    // Built on first use (safe from static constructors), never destroyed.
+    static UT_ThreadSlots<int> &flags = *new UT_ThreadSlots<int>;
+    return flags;
+}
 
 // Saves a thread's flags and zeroes them for one evaluation; hands back what
 // the evaluation gathered and restores the saved flags, so an enclosing
@@ -33,7 +38,7 @@ UT_ThreadSlots<int> &theExprFlags = *new UT_ThreadSlots<int>;
 class chFlagScope
 {
 public:
-    explicit chFlagScope(int thread) : mySlot(theExprFlags.get(thread)), mySaved(mySlot) { mySlot = 0; }
+    explicit chFlagScope(int thread) : mySlot(chExprFlags().get(thread)), mySaved(mySlot) { mySlot = 0; }
     ~chFlagScope() { mySlot = mySaved; }
     chFlagScope(const chFlagScope &) = delete;
     chFlagScope &operator=(const chFlagScope &) = delete;
@@ -230,15 +235,15 @@ void *CH_Expression::getSingleFunctionInstanceData(EV_FUNCTION *func, int thread
 
 int &CH_Expression::exprFlags()
 {
-    return theExprFlags.get(0);
+    return chExprFlags().get(0);
 }
 
 void CH_Expression::addExprFlags(int flags, int thread)
 {
-    theExprFlags.get(thread) |= flags;
+    chExprFlags().get(thread) |= flags;
 }
 
 void CH_Expression::setTimeDependency()
 {
-    theExprFlags.get(0) |= static_cast<int>(CH_EXPR_TIMEDEP);
+    chExprFlags().get(0) |= static_cast<int>(CH_EXPR_TIMEDEP);
 }
