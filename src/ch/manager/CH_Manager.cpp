@@ -103,6 +103,14 @@ void CH_Manager::getChanRefPath(const CH_ChannelRef &, UT_String &, bool) const
 {
 }
 
+std::ostream &operator<<(std::ostream &os, const CH_ChannelRef &ref)
+{
+    UT_String path;
+    if (CH_Manager *manager = CH_Manager::getContext())
+        manager->getChanRefPath(ref, path, false);
+    return os << path;
+}
+
 // ---- Evaluation context --------------------------------------------------------
 
 void CH_Manager::setEvalCollection(CH_Collection *collection, int thread)

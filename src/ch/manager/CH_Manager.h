@@ -268,6 +268,10 @@ private:
     UT_ThreadSlots<chEvalSlot, 64> myEvalSlots;
 };
 
+/// Writes the reference's path as the current manager's getChanRefPath
+/// gives it (nothing without a manager).
+std::ostream &operator<<(std::ostream &os, const CH_ChannelRef &ref);
+
 float CHgetTimeFromFrame(float frame);
 int CHgetFrameFromTime(float t);
 float CHgetSampleFromTime(float t);

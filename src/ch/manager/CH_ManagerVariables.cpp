@@ -102,21 +102,15 @@ bool chLookupExpression(CH_Manager *manager, const char *text, UT_String &value,
     return evaluated;
 }
 
-bool chScanVariable(const char *name, UT_WorkBuffer &out, void *data)
-{
-    chScan &scan = *static_cast<chScan *>(data);
-    UT_String value;
-    if (!chLookupVariable(scan.manager, name, value, scan.thread, scan.timeDependent))
-        return false;
-    out.append(value.buffer());
-    return true;
-}
+using chLookup = bool (*)(CH_Manager *, const char *, UT_String &, int, bool &);
 
-bool chScanExpression(const char *text, UT_WorkBuffer &out, void *data)
+// Adapts a lookup to the scanner's callback.
+template <chLookup Lookup>
+bool chScanCallback(const char *text, UT_WorkBuffer &out, void *data)
 {
     chScan &scan = *static_cast<chScan *>(data);
     UT_String value;
-    if (!chLookupExpression(scan.manager, text, value, scan.thread, scan.timeDependent))
+    if (!Lookup(scan.manager, text, value, scan.thread, scan.timeDependent))
         return false;
     out.append(value.buffer());
     return true;
@@ -247,8 +241,9 @@ int CH_Manager::expandString(const char *text, UT_String &out, float time, CH_Co
 
     chScan scan{this, thread, false};
     UT_WorkBuffer result;
-    const bool changed = UTExprVariableScan(text, (flags & 2) ? chScanVariable : nullptr,
-                                            (flags & 1) ? chScanExpression : nullptr, &scan, result);
+    const bool changed = UTExprVariableScan(text, (flags & 2) ? chScanCallback<chLookupVariable> : nullptr,
+                                            (flags & 1) ? chScanCallback<chLookupExpression> : nullptr,
+                                            &scan, result);
     out = changed ? result.toStdString() : std::string(text ? text : "");
 
     slot.time = savedTime; // slots never move, so the reference still holds
