@@ -94,6 +94,24 @@ void showExpressions()
     }
 }
 
+void showManager()
+{
+    std::printf("\nThe manager's time model and variables (24 fps):\n");
+    CH_Manager manager;
+    const float times[] = {0.0f, 0.02f, 11.0f / 24.0f, 9.5f};
+    for (float t : times) {
+        char timecode[32];
+        manager.getTimeCode(timecode, t);
+        UT_String text;
+        manager.expandString("render_$F4.exr", text, t, nullptr, 0);
+        std::printf("  t = %-9g frame %-4d sample %-7g %s  %s\n", t, manager.getFrame(t), manager.getSample(t),
+                    timecode, text.buffer());
+    }
+    int timeDependent = 0;
+    float value = manager.evaluate("$NFRAMES / $FPS", 0.0f, nullptr, &timeDependent, 0);
+    std::printf("  $NFRAMES / $FPS = %g seconds (time dependent: %s)\n", value, timeDependent ? "yes" : "no");
+}
+
 void showErrors()
 {
     std::printf("\nError list:\n");
@@ -113,6 +131,7 @@ int main()
     showExpansion();
     showThreadSlots();
     showExpressions();
+    showManager();
     showErrors();
     return 0;
 }

@@ -4,7 +4,15 @@
 // The whole public interface of chanlib.
 
 #include <ch/CH_Version.h>
+#include <ch/auxiliary/CH_ScriptAccessManager.h>
+#include <ch/expr/CH_ExprDefine.h>
+#include <ch/expr/CH_ExprFunctions.h>
+#include <ch/expr/CH_ExprLanguage.h>
+#include <ch/expr/CH_Expression.h>
+#include <ch/expr/CH_LocalVariable.h>
+#include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_ChannelRef.h>
+#include <ch/manager/CH_Manager.h>
 
 #include <ev/EV_Engine.h>
 

@@ -13,10 +13,15 @@ int main()
     bool evaluated = ev_EvaluateFloat(expr, &value, 0) && value == 7.0f;
     ev_FreeExpr(expr);
 
+    CH_Manager manager;
+    int timeDependent = 0;
+    bool managed = manager.evaluate("$F * 2", 11.0f / 24, nullptr, &timeDependent, 0) == 24.0f &&
+                   timeDependent == 1;
+
     UT_String name("geo1/tx");
     UT_ThreadSlots<int> slots;
     slots.get() = 7;
-    if (!evaluated || !name.multiMatch("*/t?") || slots.get(UT_Thread::getMySequentialThreadIndex()) != 7 ||
+    if (!managed || !evaluated || !name.multiMatch("*/t?") || slots.get(UT_Thread::getMySequentialThreadIndex()) != 7 ||
         std::strlen(CHgetVersion()) == 0) {
         std::printf("consumer: unexpected results\n");
         return 1;
