@@ -11,8 +11,14 @@
 #include <ch/expr/CH_Expression.h>
 #include <ch/expr/CH_LocalVariable.h>
 #include <ch/io/CH_Collection.h>
+#include <ch/channel/CH_SegmentValues.h>
+#include <ch/manager/CH_ChangeType.h>
 #include <ch/manager/CH_ChannelRef.h>
+#include <ch/manager/CH_ChannelRefHashTable.h>
+#include <ch/manager/CH_Group.h>
+#include <ch/manager/CH_HashChRef.h>
 #include <ch/manager/CH_Manager.h>
+#include <ch/manager/CH_TimeGroup.h>
 
 #include <ev/EV_Engine.h>
 

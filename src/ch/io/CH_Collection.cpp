@@ -97,3 +97,9 @@ void *CH_Collection::getVariableData(int, int, int)
 {
     return nullptr;
 }
+
+void CH_Collection::setChanged(CH_CHANGE_TYPE type, void *)
+{
+    if (type != CH_UNCHANGED)
+        myChanged = true;
+}

@@ -2,6 +2,7 @@
 #define CH_COLLECTION_H
 
 #include <ch/expr/CH_LocalVariable.h>
+#include <ch/manager/CH_ChangeType.h>
 
 #include <ut/UT_String.h>
 
@@ -39,6 +40,22 @@ public:
     virtual void getVariableValue(int table, int id, UT_String &value, int thread);
     virtual void *getVariableData(int table, int id, int thread);
 
+    /// The sink of every change event about this collection's channels (and,
+    /// for the root collection, about groups and scope). The base records
+    /// that something changed; hosts override it to tell their editors.
+    virtual void setChanged(CH_CHANGE_TYPE type, void *data);
+    bool getChanged() const { return myChanged; }
+    void clearChanged() { myChanged = false; }
+    /// Exposed collections take part in scope and groups (off at construction).
+    bool getExpose() const { return myExpose; }
+    void setExpose(bool on) { myExpose = on; }
+    /// External collections are never scoped (off at construction).
+    bool getExternal() const { return myExternal; }
+    void setExternal(bool on) { myExternal = on; }
+    /// Told when a thread evaluating this collection reads a global
+    /// parameter for the first time; the base does nothing.
+    virtual void addedParamDependency() {}
+
     /// The name "CH" gives when no channel is being evaluated.
     const char *getEvalChannelName() const { return myEvalChannelName; }
 
@@ -47,6 +64,9 @@ private:
     CH_Collection *myParent;
     UT_String myName;
     UT_String myEvalChannelName;
+    bool myChanged = false;
+    bool myExpose = false;
+    bool myExternal = false;
 };
 
 #endif

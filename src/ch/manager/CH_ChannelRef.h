@@ -84,7 +84,7 @@ public:
     std::uint32_t hash() const;
 
 private:
-    friend class CH_HashChRef; // its compare() orders names the same way
+    friend class CH_HashChRef; // keys compare names the same way
 
     static bool isLess(const char *a, const char *b);
     static bool isGreater(const char *a, const char *b);

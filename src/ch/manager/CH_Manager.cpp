@@ -3,6 +3,8 @@
 #include <ch/auxiliary/CH_ScriptAccessManager.h>
 #include <ch/expr/CH_ExprDefine.h>
 #include <ch/io/CH_Collection.h>
+#include <ch/manager/CH_Group.h>
+#include <ch/manager/CH_TimeGroup.h>
 
 #include <atomic>
 #include <cstdio>
@@ -36,8 +38,10 @@ CH_Manager::CH_Manager(int initLibrary)
     myUnitLength = 1.0f;
     myUnitMass = 1.0f;
     myDefaultExprLanguage = CH_ORVISH;
-    myStringArray.clear();
-    myPathString = "/";
+    myTopGroup = std::make_unique<CH_Group>();
+    myTopGroup->myInTree = 1;
+    mySelectedGroupPaths.clear();
+    myCurrentGroupPath = "/";
     if (initLibrary)
         initLibraryGlue();
     CH_Manager *none = nullptr;
@@ -46,6 +50,8 @@ CH_Manager::CH_Manager(int initLibrary)
 
 CH_Manager::~CH_Manager()
 {
+    for (int i = myTimeGroups.entries() - 1; i >= 0; --i)
+        delete myTimeGroups(i);
     if (myDefines)
         myDefines->traverse([](const char *, CH_ExprDefine *d) { delete d; });
     CH_Manager *self = this;

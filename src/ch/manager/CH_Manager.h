@@ -3,8 +3,11 @@
 
 #include <ch/expr/CH_ExprLanguage.h>
 #include <ch/expr/CH_LocalVariable.h>
+#include <ch/manager/CH_ChangeType.h>
 #include <ch/manager/CH_ChannelRef.h>
+#include <ch/manager/CH_ChannelRefHashTable.h>
 
+#include <ut/UT_IntArray.h>
 #include <ut/UT_PtrArray.h>
 #include <ut/UT_RefArray.h>
 #include <ut/UT_String.h>
@@ -13,8 +16,12 @@
 #include <ut/UT_ThreadSlots.h>
 
 #include <memory>
+#include <mutex>
 #include <ostream>
 #include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
 class CH_Channel;
 class CH_Collection;
@@ -204,8 +211,113 @@ public:
     virtual int compareChanRefs(const CH_ChannelRef &a, const CH_ChannelRef &b) const;
     virtual void getChanRefPath(const CH_ChannelRef &ref, UT_String &path, bool use_alias) const;
 
-    /// Scoped channel references: none until scope exists.
-    int getNumScopedChanRefs() const { return 0; }
+    // ---- Scope, display, selection and pinning ---------------------------------
+    // One flag word per scoped reference (CH_FLAG_*). Every change is announced
+    // to the root collection; blockModifyScope() defers the announcements of
+    // a batch to its end.
+    int getNumScopedChanRefs() const { return myScopeTable.entries(); }
+    void scopeChanged(unsigned bits, bool send = true);
+    void blockModifyScope(int block);
+    int getScopeBlockDepth() const { return myScopeBlockDepth; }
+
+    bool isChannelScoped(CH_Channel *channel) const;
+    bool isChannelScoped(const CH_ChannelRef &ref) const;
+    bool isChannelScoped(const char *path) const;
+    unsigned getChannelFlags(const CH_ChannelRef &ref) const;
+    bool isChannelDisplayed(const CH_ChannelRef &ref) const;
+    bool isChannelDisplayed(const char *path) const;
+    bool isChannelSelected(const CH_ChannelRef &ref) const;
+    bool isChannelSelected(const char *path) const;
+    void getScopedChanRefs(UT_RefArray<CH_ChannelRef> &refs, unsigned mask = 0,
+                           bool sorted = false) const;
+    void getSelectedScopedChanRefs(UT_RefArray<CH_ChannelRef> &refs, bool sorted, int mask);
+    void getScopedChannels(UT_PtrArray<CH_Channel *> &channels, bool sorted);
+    void getScopedChannelsKeyFrames(UT_IntArray &frames, int start, int end);
+
+    bool scopeChannelInternal(const CH_ChannelRef &ref, bool on);
+    bool scopeChannelInternal(CH_Channel *channel, bool on);
+    void scopeChannel(const CH_ChannelRef &ref, bool on);
+    void scopeChannel(const char *path, bool on);
+    void setChannelFlags(const CH_ChannelRef &ref, unsigned mask, bool on, bool send = true);
+    void displayChannel(const CH_ChannelRef &ref, bool send = true);
+    void displayChannel(const char *path, bool send = true);
+    void undisplayChannel(const CH_ChannelRef &ref, bool send = true);
+    void undisplayChannel(const char *path, bool send = true);
+    void selectChannel(const CH_ChannelRef &ref, bool send = true);
+    void selectChannel(const char *path, bool send = true);
+    void deselectChannel(const CH_ChannelRef &ref, bool send = true);
+    void deselectChannel(const char *path, bool send = true);
+    void displayAllScopedChannels(bool send = true);
+    void selectAllScopedChannels(bool send = true);
+    void pinAllScopedChannels(bool send = true);
+    void clearDisplayedChannels(bool send = true);
+    void clearSelectedChannels(bool send = true);
+    void displaySelectedScopedChannels(bool send = true);
+    void pinChannels(UT_RefArray<CH_ChannelRef> refs, bool send = true);
+    void unpinChannels(UT_RefArray<CH_ChannelRef> refs, bool send = true);
+    void unpinAllScopedChannels(bool send = true);
+    void togglePinAllScopedChannels();
+    void togglePinScopedChannels(UT_RefArray<CH_ChannelRef> refs);
+    void pinSelectedChannels(bool send, int mask);
+    void unpinSelectedChannels(bool send, int mask);
+    void clearChannelScope();
+    void unscopeChannelsWithNodeId(int node_id, bool force);
+
+    // ---- Pending channels ----------------------------------------------------
+    void addPendingChannel(CH_Channel *channel);
+    void removePendingChannel(CH_Channel *channel);
+    void getPendingChannels(UT_PtrArray<CH_Channel *> &channels) const;
+    void clearPendingChannels();
+
+    // ---- Channel groups --------------------------------------------------------
+    /// The top of the group tree: always present, never deleted.
+    CH_Group *getTopGroup() const { return myTopGroup.get(); }
+    /// Descends one subgroup per "/"-separated component from start (the
+    /// top group when null); null as soon as a component is missing.
+    CH_Group *findGroup(const char *path, bool create = false, CH_Group *start = nullptr);
+    static bool makeGroupNameValid(UT_String &name);
+    static bool makeGroupPathValid(UT_String &path);
+    /// The current group (kept as a path, so it survives re-creation).
+    CH_Group *getCurrentGroup();
+    void updateCurrentGroup(CH_Group *group, void *data, bool send = true);
+    UT_PtrArray<CH_Group *> getSelectedGroups();
+    void updateGroupSelection(const UT_PtrArray<CH_Group *> &groups, void *data, bool send = true);
+    void channelCreated(const CH_Channel *) {}
+    void channelDeleted(const CH_Channel *) {}
+    /// A hook for hosts that keep node paths in groups; nothing here.
+    void renameOpInGroups(const char *, const char *) {}
+
+    // ---- Time groups -------------------------------------------------------
+    void addTimeGroup(CH_TimeGroup *group, bool unique = true, bool force = false);
+    void renameTimeGroup(CH_TimeGroup *group, const char *name, bool force = false);
+    int getTimeGroupIdx(const char *name) const;
+    CH_TimeGroup *getTimeGroup(const char *name);
+    const CH_TimeGroup *getTimeGroup(const char *name) const;
+    /// The time groups, sorted by name where added with unique names.
+    const UT_PtrArray<CH_TimeGroup *> &getTimeGroups() const { return myTimeGroups; }
+    void destroyTimeGroup(int index);
+    void destroyTimeGroup(const CH_TimeGroup *group);
+    /// Announces a change of the time groups to the root collection.
+    void timeGroupsChanged();
+
+    // ---- Global parameters ---------------------------------------------------
+    // Named values published under an owner collection and read by others.
+    // Reading walks from the reader up its parents; a parameter found nowhere
+    // is created at the reader from the default.
+    int setGlobalFloatParam(const char *name, float value, CH_Collection *owner);
+    int setGlobalStringParam(const char *name, const char *value, CH_Collection *owner);
+    void getGlobalParamF(const char *name, CH_Collection *collection, float &value,
+                         float default_value, int thread, bool add_dependency);
+    void getGlobalParamS(const char *name, CH_Collection *collection, UT_String &value,
+                         const char *default_value, int thread, bool add_dependency);
+    void dirtyOrphanGlobalParamDependents(const char *name, CH_Collection *collection,
+                                          bool recurse, std::set<CH_Collection *> *done);
+    void removeParamDependency(CH_Collection *collection);
+    void removeGlobalParamOwner(CH_Collection *collection);
+    void dumpGlobalParams(std::ostream &os) const;
+    bool getIsSettingGlobalParam() const { return myIsSettingGlobalParam; }
+    bool getIsSettingGuideParam() const { return myIsSettingGuideParam; }
+    void setIsSettingGuideParam(bool on) { myIsSettingGuideParam = on; }
 
 protected:
     void initExpressionLibrary();
@@ -262,11 +374,67 @@ private:
     float myUnitMass = 1.0f;
     CH_ExprLanguage myDefaultExprLanguage = CH_ORVISH;
     CH_Collection *myRootCollection = nullptr;
-    UT_StringArray myStringArray;
-    UT_String myPathString;
+    UT_StringArray mySelectedGroupPaths;
+    UT_String myCurrentGroupPath;
     std::unique_ptr<UT_SymbolTable<CH_ExprDefine *>> myDefines;
     UT_ThreadSlots<chEvalSlot, 64> myEvalSlots;
+
+    // Scope: see CH_ManagerScope.cpp.
+    void signalScope(unsigned bits, bool send);
+    void sendScopeEvents(unsigned bits);
+    void collectExposed(UT_RefArray<CH_ChannelRef> &refs, unsigned mask) const;
+    void orIntoAll(unsigned bit, bool send);
+    CH_ChannelRefHashTable myScopeTable;
+    UT_PtrArray<CH_Channel *> mySortedScoped;
+    bool mySortedScopedValid = false;
+    int myScopeBlockDepth = 0;
+    unsigned myPendingScopeChanges = 0;
+    std::set<CH_Channel *> myPendingChannels;
+
+    std::unique_ptr<CH_Group> myTopGroup;
+    UT_PtrArray<CH_TimeGroup *> myTimeGroups;
+    void uniqueTimeGroupName(UT_String &name, bool force) const;
+
+    struct chGlobalParam
+    {
+        std::string name;
+        CH_Collection *owner = nullptr;
+        float fval = 0.0f;
+        UT_String sval;
+        bool hasFloat = false;
+        bool hasString = false;
+        std::vector<CH_Collection *> dependents;
+    };
+    using chGlobalParamKey = std::pair<std::string, CH_Collection *>;
+    struct chGlobalParamKeyHash
+    {
+        std::size_t operator()(const chGlobalParamKey &k) const;
+    };
+    chGlobalParam *findGlobalParam(const char *name, CH_Collection *owner) const;
+    chGlobalParam *lookupGlobalParam(const char *name, CH_Collection *collection) const;
+    chGlobalParam *createGlobalParam(const char *name, CH_Collection *owner);
+    template <typename Store> int setGlobalParam(const char *name, CH_Collection *owner, Store store);
+    std::unordered_map<chGlobalParamKey, std::unique_ptr<chGlobalParam>, chGlobalParamKeyHash> myGlobalParams;
+    mutable chGlobalParam *myLastGlobalParam = nullptr;
+    mutable std::mutex myGlobalParamLock;
+    bool myIsSettingGlobalParam = false;
+    bool myIsSettingGuideParam = false;
 };
+
+/// The bits of a scope flag word.
+enum : unsigned
+{
+    CH_FLAG_SCOPED = 1,
+    CH_FLAG_SELECTED = 2,
+    CH_FLAG_PINNED = 4,
+    CH_FLAG_DISPLAYED = 8,
+    CH_FLAG_TEMPLATED = 16
+};
+/// "Scoped", "Selected", "Pinned", "Displayed", "Templated", by bit number.
+extern const char *const chScopeFlagNames[5];
+/// Four characters, for the scoped, pinned, displayed and templated bits:
+/// the first letter of the name when set, else a space.
+void CHdisplayFlags(unsigned flags, std::ostream &os);
 
 /// Writes the reference's path as the current manager's getChanRefPath
 /// gives it (nothing without a manager).
