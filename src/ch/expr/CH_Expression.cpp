@@ -16,6 +16,7 @@ enum : unsigned
     CH_EXPR_ACCELS = 0x200000,
     CH_EXPR_KNOTS = 0x400000,
     CH_EXPR_HARDWIRED = 0x1000000,
+    CH_EXPR_DATA_DEPENDENT = 0x2000000,
     CH_EXPR_EVALUATED = 0x10000000,
     // Bits of a Python expression's flag word that survive its evaluation;
     // the usage bits are rebuilt by each run.
@@ -160,6 +161,11 @@ bool CH_Expression::isCompiled() const
 bool CH_Expression::isHardwired() const
 {
     return (getExpressionFlag() & CH_EXPR_HARDWIRED) != 0;
+}
+
+bool CH_Expression::isDataDependent() const
+{
+    return (getExpressionFlag() & CH_EXPR_DATA_DEPENDENT) != 0;
 }
 
 bool CH_Expression::modified() const

@@ -21,6 +21,8 @@ class chPythonCode;
 ///   0x20000     uses the in value        0x40000    uses the out value
 ///   0x80000     uses slopes              0x200000   uses accelerations
 ///   0x400000    uses knots               0x1000000  hard-wired
+///   0x2000000   reads data other than time and keys (set by the functions
+///               that do, through addExprFlags)
 ///   0x10000000  evaluated since the text last changed (modified() is its
 ///               negation)
 ///
@@ -73,6 +75,8 @@ public:
 
     bool isCompiled() const;
     bool isHardwired() const;
+    /// Set by functions that read data other than time and keys.
+    bool isDataDependent() const;
     /// True when the text changed and the expression has not run since.
     bool modified() const;
     unsigned getExpressionFlag() const;

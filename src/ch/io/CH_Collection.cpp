@@ -1,6 +1,14 @@
 #include "CH_Collection.h"
 
+#include <ch/channel/CH_Channel.h>
+#include <ch/channel/CH_Segment.h>
+#include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Manager.h>
+
+#include <ev/EV_Engine.h>
+
+#include <ut/UT_ErrorManager.h>
+#include <ut/UT_Thread.h>
 
 #include <cstdio>
 #include <cstring>
@@ -37,7 +45,11 @@ CH_Collection::CH_Collection(CH_Manager *manager, CH_Collection *parent, const c
 {
 }
 
-CH_Collection::~CH_Collection() = default;
+CH_Collection::~CH_Collection()
+{
+    for (CH_Channel *c : myChannels)
+        delete c;
+}
 
 void CH_Collection::getFullPath(UT_String &path) const
 {
@@ -66,13 +78,36 @@ const CH_LocalVariable *CH_Collection::getLocalVariable(const char *name) const
     return nullptr;
 }
 
+CH_Segment *CH_Collection::evalSegment(int thread) const
+{
+    CH_Channel *c = myEvalSlots.get(thread).channel;
+    return c ? c->getEvaluationSegment(thread) : nullptr;
+}
+
 float CH_Collection::getVariableValue(int table, int id, int thread)
 {
     if (table == 0)
         return myManager ? myManager->getVariableValue(id, thread) : 0.0f;
-    // Segment values and times come from the evaluation channel, which the
-    // channel core provides; without one they are 0.
-    (void)id;
+    CH_Channel *c = myEvalSlots.get(thread).channel;
+    CH_Segment *s = c ? c->getEvaluationSegment(thread) : nullptr;
+    if (!s)
+        return 0.0f;
+    switch (id)
+    {
+    case 2: return c->getLocalTime(thread);
+    case 3: return c->getInTime(thread);
+    case 4: return c->getOutTime(thread);
+    case 5: return s->getStart();
+    case 6: return s->getEnd();
+    case 7: return c->getPrevInTime(thread);
+    case 8: return c->getNextOutTime(thread);
+    case 12: return s->getInValue();
+    case 13: return s->getOutValue();
+    case 14: return s->getInSlope();
+    case 15: return s->getOutSlope();
+    case 16: return s->getInAccel();
+    case 17: return s->getOutAccel();
+    }
     return 0.0f;
 }
 
@@ -83,7 +118,8 @@ void CH_Collection::getVariableValue(int table, int id, UT_String &value, int th
         return;
     }
     if (table == 1 && id == 1) {
-        value = myEvalChannelName; // CH
+        const char *name = myEvalSlots.get(thread).name;
+        value = name ? name : myEvalChannelName.c_str(); // CH
         return;
     }
     if (table == 0 && myManager) {
@@ -93,9 +129,236 @@ void CH_Collection::getVariableValue(int table, int id, UT_String &value, int th
     value.sprintf("%g", getVariableValue(table, id, thread));
 }
 
-void *CH_Collection::getVariableData(int, int, int)
+void *CH_Collection::getVariableData(int table, int id, int thread)
 {
+    if (table != 1)
+        return nullptr;
+    CH_Segment *s = evalSegment(thread);
+    switch (id)
+    {
+    case 9: return s;
+    case 10: return s ? s->getPrev() : nullptr;
+    case 11: return s ? s->getNext() : nullptr;
+    }
     return nullptr;
+}
+
+// ---- Channels ---------------------------------------------------------------------
+
+CH_Channel *CH_Collection::addChannel(const char *name, float default_value,
+                                      const char *default_string)
+{
+    if (!name || !*name || getChannel(name))
+        return nullptr;
+    auto *channel = new CH_Channel(this, name, default_value, default_string);
+    myChannels.append(channel);
+    CHevent(CH_CHANNELS_ADDED, channel);
+    return channel;
+}
+
+CH_Channel *CH_Collection::getChannel(const char *name) const
+{
+    if (!name)
+        return nullptr;
+    for (CH_Channel *c : myChannels)
+        if (!std::strcmp(c->getName(), name))
+            return c;
+    return nullptr;
+}
+
+void CH_Collection::deleteChannel(CH_Channel *channel)
+{
+    if (myChannels.find(channel) < 0)
+        return;
+    CHevent(CH_CHANNELS_DELETED, channel);
+    myChannels.remove(channel);
+    delete channel;
+}
+
+float CH_Collection::getTolerance() const
+{
+    return myManager ? myManager->getTolerance() : 1.0f / 2400.0f;
+}
+
+float CH_Collection::getGlobalStart() const
+{
+    return myManager ? myManager->getGlobalStart() : 0.0f;
+}
+
+float CH_Collection::getGlobalEnd() const
+{
+    return myManager ? myManager->getGlobalEnd() : 0.0f;
+}
+
+int CH_Collection::canAccess(unsigned) const
+{
+    return 1;
+}
+
+int CH_Collection::canAccessChannel(unsigned, const CH_Channel *) const
+{
+    return 1;
+}
+
+void CH_Collection::reportError(const char *table, int code, const char *message)
+{
+    UTaddError(table, code, message);
+}
+
+// ---- Evaluation ---------------------------------------------------------------------
+
+void CH_Collection::setEvalChannel(CH_Channel *channel, int thread, const char *name)
+{
+    chEvalSlot &slot = myEvalSlots.get(thread);
+    slot.channel = channel;
+    slot.name = name;
+}
+
+void CH_Collection::setEvalChannel(CH_Channel *channel, const char *name, CH_Channel *&prev_channel,
+                                   const char *&prev_name, int thread)
+{
+    chEvalSlot &slot = myEvalSlots.get(thread);
+    prev_channel = slot.channel;
+    prev_name = slot.name;
+    slot.channel = channel;
+    slot.name = name;
+}
+
+CH_Channel *CH_Collection::getEvalChannel(int thread) const
+{
+    return myEvalSlots.get(thread).channel;
+}
+
+float CH_Collection::getGlueIV(int thread)
+{
+    CH_Segment *s = evalSegment(thread);
+    return s ? s->getInValue() : 0.0f;
+}
+
+void CH_Collection::getGlueTime(float &t, float &start, float &end, float &in_value,
+                                float &out_value, int thread)
+{
+    CH_Channel *c = myEvalSlots.get(thread).channel;
+    CH_Segment *s = c ? c->getEvaluationSegment(thread) : nullptr;
+    if (!s)
+    {
+        t = start = end = in_value = out_value = 0.0f;
+        return;
+    }
+    t = c->getLocalTime(thread);
+    start = s->getStart();
+    end = s->getEnd();
+    in_value = s->getInValue();
+    out_value = s->getOutValue();
+}
+
+void CH_Collection::getGlueSlope(float *in_slope, float *out_slope, float *in_accel,
+                                 float *out_accel, int thread)
+{
+    CH_Segment *s = evalSegment(thread);
+    if (in_slope)
+        *in_slope = s ? s->getInSlope() : 0.0f;
+    if (out_slope)
+        *out_slope = s ? s->getOutSlope() : 0.0f;
+    if (in_accel)
+        *in_accel = s ? s->getInAccel() : 0.0f;
+    if (out_accel)
+        *out_accel = s ? s->getOutAccel() : 0.0f;
+}
+
+void CH_Collection::evaluationError(const CH_Channel *channel, int err, int thread)
+{
+    UT_String path, message;
+    getFullPath(path);
+    message.sprintf("%s (%s/%s)", ev_GetErrorTextForThread(err, thread), path.c_str(),
+                    channel ? channel->getName() : "");
+    reportError("CH", 0, message);
+    EXPR_theErrNo(thread) = 0;
+}
+
+void CH_Collection::checkEvaluationError(const CH_Channel *channel, int thread)
+{
+    if (int err = EXPR_theErrNo(thread))
+        evaluationError(channel, err, thread);
+}
+
+namespace {
+
+// Sets the thread's evaluation collection and time for one channel
+// evaluation and restores them afterwards.
+class chCollectionScope
+{
+public:
+    chCollectionScope(CH_Manager *mgr, CH_Collection *c, float time, int thread)
+        : myManager(mgr), myThread(thread)
+    {
+        if (!myManager)
+            return;
+        myCollection = myManager->getEvalCollection(thread);
+        myTime = myManager->getEvaluateTime(thread);
+        myManager->setEvalCollection(c, thread);
+        myManager->setEvaluateTime(time, thread);
+    }
+    ~chCollectionScope()
+    {
+        if (!myManager)
+            return;
+        myManager->setEvalCollection(myCollection, myThread);
+        myManager->setEvaluateTime(static_cast<float>(myTime), myThread);
+    }
+
+private:
+    CH_Manager *myManager;
+    int myThread;
+    CH_Collection *myCollection = nullptr;
+    double myTime = 0.0;
+};
+
+} // namespace
+
+float CH_Collection::evaluate(CH_Channel *channel, float time, bool ignore_disabled, int thread)
+{
+    if (!channel)
+        return 0.0f;
+    if (thread <= 0)
+        thread = UT_Thread::getMySequentialThreadIndex();
+    float v;
+    {
+        chCollectionScope scope(myManager, this, time, thread);
+        v = channel->evaluate(time, ignore_disabled, thread);
+    }
+    checkEvaluationError(channel, thread);
+    return v;
+}
+
+void CH_Collection::evaluate(CH_Channel *channel, float from, float to, float *out, int count,
+                             bool ignore_disabled, bool use_cache, int thread)
+{
+    if (!channel)
+        return;
+    if (thread <= 0)
+        thread = UT_Thread::getMySequentialThreadIndex();
+    {
+        chCollectionScope scope(myManager, this, from, thread);
+        channel->evaluate(from, to, out, count, ignore_disabled, use_cache, thread);
+    }
+    checkEvaluationError(channel, thread);
+}
+
+void CH_Collection::evaluateString(UT_String &result, CH_Channel *channel, float time, int thread)
+{
+    if (!channel)
+    {
+        result = "";
+        return;
+    }
+    if (thread <= 0)
+        thread = UT_Thread::getMySequentialThreadIndex();
+    {
+        chCollectionScope scope(myManager, this, time, thread);
+        channel->evaluateString(result, time, thread);
+    }
+    checkEvaluationError(channel, thread);
 }
 
 void CH_Collection::setChanged(CH_CHANGE_TYPE type, void *)

@@ -1,19 +1,28 @@
 #ifndef CH_COLLECTION_H
 #define CH_COLLECTION_H
 
+#include <ch/expr/CH_ExprLanguage.h>
 #include <ch/expr/CH_LocalVariable.h>
 #include <ch/manager/CH_ChangeType.h>
 
+#include <ut/UT_PtrArray.h>
 #include <ut/UT_String.h>
+#include <ut/UT_ThreadSlots.h>
 
+#include <memory>
+
+class CH_Channel;
 class CH_Manager;
+class CH_Segment;
 
 /// The channels of one node, and the local variables its expressions see.
 ///
-/// For now it holds what evaluation context needs: its manager and parent,
-/// its name and path, and the local variable table (IV, OV, LT, CH, ...)
-/// answered through the overridable getVariableValue operations. Channels
-/// are added by the channel core.
+/// It owns its channels, and during evaluation it is what expressions see:
+/// per thread, the channel being evaluated (whose segment gives the local
+/// variables IV, OV, LT, ...), answered through the overridable
+/// getVariableValue operations. Hosts derive from it to hear of changes
+/// (setChanged), to grant or refuse edits (canAccess) and to show errors
+/// (reportError).
 class CH_Collection
 {
 public:
@@ -56,14 +65,75 @@ public:
     /// parameter for the first time; the base does nothing.
     virtual void addedParamDependency() {}
 
+    // ---- Channels ------------------------------------------------------------------
+    /// Creates a channel of that name (null when the name is taken or empty).
+    CH_Channel *addChannel(const char *name, float default_value = 0.0f,
+                           const char *default_string = nullptr);
+    CH_Channel *getChannel(const char *name) const;
+    const UT_PtrArray<CH_Channel *> &getChannels() const { return myChannels; }
+    int getNChannels() const { return myChannels.entries(); }
+    /// Deletes the channel (announced as CH_CHANNELS_DELETED first).
+    void deleteChannel(CH_Channel *channel);
+
+    CH_ExprLanguage getExprLanguage() const { return myExprLanguage; }
+    void setExprLanguage(CH_ExprLanguage language) { myExprLanguage = language; }
+    float getTolerance() const;
+    float getGlobalStart() const;
+    float getGlobalEnd() const;
+
+    /// Whether an edit (mask 0x92 for channel edits) may go ahead; the base
+    /// grants everything.
+    virtual int canAccess(unsigned mask) const;
+    virtual int canAccessChannel(unsigned mask, const CH_Channel *channel) const;
+    /// Where evaluation errors go: the base posts them to the error list.
+    virtual void reportError(const char *table, int code, const char *message);
+
+    // ---- Evaluation -----------------------------------------------------------------
+    /// Evaluate a channel of this collection at a global time, with this
+    /// collection as the thread's evaluation collection.
+    float evaluate(CH_Channel *channel, float time, bool ignore_disabled, int thread);
+    void evaluate(CH_Channel *channel, float from, float to, float *out, int count,
+                  bool ignore_disabled, bool use_cache, int thread);
+    void evaluateString(UT_String &result, CH_Channel *channel, float time, int thread);
+
+    /// The thread's evaluation channel and its name; the second form hands
+    /// back the previous pair so the caller can restore it.
+    void setEvalChannel(CH_Channel *channel, int thread, const char *name);
+    void setEvalChannel(CH_Channel *channel, const char *name, CH_Channel *&prev_channel,
+                        const char *&prev_name, int thread);
+    CH_Channel *getEvalChannel(int thread) const;
+
+    /// The in value of the thread's evaluation segment (0 without one).
+    float getGlueIV(int thread);
+    /// Local time, start, end, in and out value of the evaluation segment:
+    /// all channel-local.
+    void getGlueTime(float &t, float &start, float &end, float &in_value, float &out_value,
+                     int thread);
+    /// Slopes and accels of the evaluation segment; null pointers are skipped.
+    void getGlueSlope(float *in_slope, float *out_slope, float *in_accel, float *out_accel,
+                      int thread);
+
     /// The name "CH" gives when no channel is being evaluated.
     const char *getEvalChannelName() const { return myEvalChannelName; }
 
 private:
+    struct chEvalSlot
+    {
+        CH_Channel *channel = nullptr;
+        const char *name = nullptr;
+    };
+    /// Reports the thread's engine error for a channel and clears it.
+    void evaluationError(const CH_Channel *channel, int err, int thread);
+    void checkEvaluationError(const CH_Channel *channel, int thread);
+    CH_Segment *evalSegment(int thread) const;
+
     CH_Manager *myManager;
     CH_Collection *myParent;
     UT_String myName;
     UT_String myEvalChannelName;
+    UT_PtrArray<CH_Channel *> myChannels;
+    CH_ExprLanguage myExprLanguage = CH_ORVISH;
+    mutable UT_ThreadSlots<chEvalSlot> myEvalSlots;
     bool myChanged = false;
     bool myExpose = false;
     bool myExternal = false;

@@ -1,0 +1,258 @@
+#ifndef CH_CHANNEL_H
+#define CH_CHANNEL_H
+
+#include <ch/channel/CH_ChannelBehavior.h>
+#include <ch/channel/CH_Segment.h>
+#include <ch/expr/CH_ExprLanguage.h>
+#include <ch/manager/CH_ChangeType.h>
+
+#include <ut/UT_PtrArray.h>
+#include <ut/UT_String.h>
+#include <ut/UT_ThreadSlots.h>
+
+#include <cstdint>
+
+class CH_Collection;
+class CH_Manager;
+
+/// One animated parameter: segments in time order covering local time 0 to
+/// the channel's length, plus a zero-length end segment holding the last
+/// key. Evaluation works at any time: before the first key and from the
+/// last key on, the left and right behaviours decide. Disable segments
+/// freeze the value over disabled ranges. A channel with no keys gives its
+/// default value (and default string) everywhere.
+///
+/// Evaluation may run on several threads at once; each thread has its own
+/// evaluation slot (current segment and local time) for the expression
+/// functions to read. Editing must not overlap evaluation of the same
+/// channel. Two things write during evaluation and are therefore not for
+/// concurrent use: the sample cache (when the manager's segment caching and
+/// the channel's cache are on) and the refresh of a disabled range's value.
+class CH_Channel
+{
+public:
+    CH_Channel(CH_Collection *collection, const char *name, float default_value = 0.0f,
+               const char *default_string = nullptr);
+    /// A deep copy of from's contents, in another collection.
+    CH_Channel(CH_Collection *collection, const CH_Channel &from);
+    ~CH_Channel();
+    CH_Channel(const CH_Channel &) = delete;
+    CH_Channel &operator=(const CH_Channel &) = delete;
+
+    // ---- Identity --------------------------------------------------------------
+    CH_Collection *getCollection() const { return myCollection; }
+    CH_Manager *getManager() const;
+    float getTolerance() const;
+    const char *getName() const { return myName; }
+    void setName(const char *name) { myName = name; }
+    /// The alias, or the name when there is none.
+    const char *getAlias() const { return myAlias.isstring() ? myAlias.c_str() : myName.c_str(); }
+    void setAlias(const char *alias) { myAlias = alias; }
+    void getFullPath(UT_String &path) const;
+    CH_ExprLanguage getCollectionExprLanguage() const;
+    /// Named exactly "rx", "ry" or "rz".
+    bool isRotationChannel() const;
+    /// Matches "name", or "obj/name" with one collection level per "/".
+    int match(const char *pattern) const;
+    static const char *getChannelTypeName(int behavior);
+
+    // ---- Settings -------------------------------------------------------------
+    CH_ChannelBehavior getLeftBehavior() const { return myLeftBehavior; }
+    CH_ChannelBehavior getRightBehavior() const { return myRightBehavior; }
+    void setLeftBehavior(CH_ChannelBehavior b) { myLeftBehavior = b; }
+    void setRightBehavior(CH_ChannelBehavior b) { myRightBehavior = b; }
+    float getDefaultValue() const { return myDefaultValue; }
+    void setDefaultValue(float v) { myDefaultValue = v; }
+    const char *getDefaultString() const { return myDefaultString; }
+    void setDefaultString(const char *s) { myDefaultString = s; }
+    float getStart() const { return myStart; }
+    float getEnd() const { return myStart + myLength; }
+    float getLength() const { return myLength; }
+    float localTime(float t) const { return t - myStart; }
+    float globalTime(float t) const { return t + myStart; }
+    bool isTemporary() const { return myTemporary; }
+    void setIsTemporary(bool on) { myTemporary = on; }
+
+    // ---- Flags ----------------------------------------------------------------
+    bool getChanged() const { return myFlags & theChanged; }
+    /// With on, marks every key and disable segment modified and raises the event.
+    void setChanged(bool on, CH_CHANGE_TYPE type = CH_CHANNEL_CHANGED);
+    bool isCooking() const { return myFlags & theCooking; }
+    void setCooking(bool on) { setFlag(theCooking, on); }
+    bool isCacheEnabled() const { return myFlags & theCacheEnabled; }
+    void setCacheEnable(bool on) { setFlag(theCacheEnabled, on); }
+    bool isChangeActive() const { return myFlags & theChangeActive; }
+    void setChangeActive(bool on) { setFlag(theChangeActive, on); }
+    bool getLocked() const { return myFlags & theLocked; }
+    void setLocked(bool on);
+    bool isScoped() const { return myScoped; }
+    void setScope(bool on);
+
+    // ---- Segments -------------------------------------------------------------
+    int getNKeys() const { return myEndSegment ? mySegments.entries() + 1 : 0; }
+    int getNSegments() const { return getNKeys(); }
+    bool isEmpty() const { return mySegments.isEmpty() && !myEndSegment; }
+    bool hasOnlyOneSegment() const { return myEndSegment && mySegments.isEmpty(); }
+    /// Index n (the list length) or ~0u gives the end segment; null beyond.
+    CH_Segment *getSegment(unsigned index) const;
+    CH_Segment *getFirstSegment() const { return mySegments.isEmpty() ? nullptr : mySegments(0); }
+    CH_Segment *getLastSegment() const { return mySegments.isEmpty() ? nullptr : mySegments.last(); }
+    CH_Segment *getEndSegment() const { return myEndSegment; }
+    /// The segment a local time falls in (the end segment from the last key on).
+    CH_Segment *getSegment(float local_time) const;
+    int getSegmentIdx(float local_time) const;
+    CH_Segment *getExpressionSegment(float local_time) const { return getSegment(local_time); }
+    /// The segment starting at a key at that time (the end segment for the
+    /// last key), or null when no key lies there.
+    CH_Segment *getSegmentAfterKey(float local_time) const;
+    /// True when a key lies at the time (within tolerance): left ends there and
+    /// right starts there (either may be null). Otherwise both are the segment
+    /// the time falls in.
+    bool getSurroundingSegs(float local_time, CH_Segment *&left, CH_Segment *&right) const;
+    CH_Segment *getNextSegment(unsigned index) const;
+    CH_Segment *getPrevSegment(unsigned index) const;
+    CH_Segment *getNextSegment(const CH_Segment *s) const;
+    CH_Segment *getPrevSegment(const CH_Segment *s) const;
+    int getSegmentIndex(const CH_Segment *s) const;
+
+    // ---- Disabled ranges --------------------------------------------------------
+    int getNDisableSegments() const { return myDisableSegments.entries(); }
+    CH_Segment *getDisableSegment(unsigned index) const;
+    CH_Segment *getFirstDisableSegment() const;
+    CH_Segment *getLastDisableSegment() const;
+    CH_Segment *getNextDisableSegment(const CH_Segment *s) const;
+    CH_Segment *getPrevDisableSegment(const CH_Segment *s) const;
+    int getDisableSegmentIndex(float local_time, bool take_previous) const;
+    CH_Segment *getDisableSegment(float local_time) const;
+    bool isDisabled(float local_time) const { return getDisableSegment(local_time) != nullptr; }
+    bool isAllEnabled() const { return myDisableSegments.isEmpty(); }
+    bool isAllDisabled() const;
+    /// Freezes [from, to) (global times) at the value the channel has at from;
+    /// overlapping or touching disabled ranges merge.
+    void disable(float from, float to);
+    /// Re-enables [from, to), cutting disabled ranges that reach into it.
+    void enable(float from, float to);
+
+    // ---- Evaluation context (per thread) ------------------------------------------
+    void setEvalTime(float local_time, int thread);
+    CH_Segment *getEvaluationSegment(int thread) const;
+    float getLocalTime(int thread) const;
+    CH_Segment *getPrevEvaluationSegment(int thread) const;
+    CH_Segment *getNextEvaluationSegment(int thread) const;
+    float getInTime(int thread) const;
+    float getOutTime(int thread) const;
+    float getPrevInTime(int thread) const;
+    float getNextOutTime(int thread) const;
+
+    // ---- Evaluation ------------------------------------------------------------
+    float evaluate(float global_time, bool ignore_disabled = false, int thread = 0);
+    void evaluate(float from, float to, float *out, int count, bool ignore_disabled = false,
+                  bool use_cache = false, int thread = 0);
+    float evaluateSegment(CH_Segment *s, float local_time, bool extend, int thread);
+    void evaluateString(UT_String &result, float global_time, int thread = 0);
+    void evaluateStringSegment(UT_String &result, CH_Segment *s, float local_time, bool extend,
+                               int thread);
+
+    // ---- Pending value -----------------------------------------------------------
+    bool isPending() const { return myFlags & thePending; }
+    bool isPending(float global_time) const { return isPendingLocal(global_time - myStart); }
+    bool isPendingLocal(float local_time) const;
+    bool isPendingHold() const { return myFlags & thePendingHold; }
+    void setPendingHold(int on);
+    float getPendingEvalTime() const { return myPendingTime + myStart; }
+    void clearPending();
+    void updatePending(float global_time);
+    void updatePendingStateToManager();
+
+    // ---- Queries ----------------------------------------------------------------
+    void dirtyExprCache();
+    void cook(int on);
+    bool isTimeDependent() const;
+    bool isTimeDependentSlow(int thread);
+    bool isStringTimeDependentSlow(int thread);
+    bool isDataDependent(float global_time) const;
+    bool findString(const char *text, bool whole_word, bool case_sensitive) const;
+    int changeString(const char *from, const char *to, bool whole_word, bool notify, int thread);
+    bool isEditable() const;
+    int canAccess(unsigned mask) const;
+    std::int64_t getMemUsage(bool shallow) const;
+
+    // ---- Whole-channel changes ------------------------------------------------------
+    /// Deletes every segment: the channel becomes empty.
+    void clear();
+    void clearSegments() { clear(); }
+    /// Copies segments, disabled ranges, start, length, behaviours and defaults.
+    void copyContents(const CH_Channel &from);
+    void swap(CH_Channel &other);
+    void swapContents(CH_Channel &other);
+    /// Makes every owned segment point back to this channel.
+    void initializeSegmentParents();
+    /// Recomputes segment times from the channel start and the lengths, and
+    /// the length as their sum. With `cook_end`, the end segment is placed
+    /// at the new length too.
+    void adjustSegmentTimes(bool cook_end);
+    void ensureEndSegmentCreated();
+    void updateEndSegment();
+    void destroyEndSegment();
+
+private:
+    friend class CH_Segment;
+    friend class chTestChannelBuilder; // tests and benchmarks build channels by hand
+
+    enum : std::uint8_t
+    {
+        theChanged = 0x01,
+        theCooking = 0x02,
+        theCacheEnabled = 0x04,
+        theChangeActive = 0x10,
+        thePending = 0x20,
+        thePendingHold = 0x40,
+        theLocked = 0x80
+    };
+    void setFlag(std::uint8_t bit, bool on) { myFlags = on ? (myFlags | bit) : (myFlags & ~bit); }
+    void setPending(bool on, float local_time);
+
+    void appendSegment(CH_Segment *s);
+    void insertSegment(CH_Segment *s, unsigned index);
+    void removeSegment(CH_Segment *s);
+    void removeSegment(unsigned index);
+    void deleteSegment(CH_Segment *s);
+    void cook(CH_Segment *s, int on);
+    void linkSegments();
+    void appendDisableSegment(CH_Segment *s);
+    void insertDisableSegment(CH_Segment *s, unsigned index);
+    void insertDisableSegment(CH_Segment *s);
+    void removeDisableSegment(CH_Segment *s);
+    void deleteDisableSegment(CH_Segment *s);
+    void deleteDisableSegment(unsigned index);
+
+    struct chEvalSlot
+    {
+        float time = 0.0f;
+        CH_Segment *segment = nullptr;
+    };
+    chEvalSlot &slot(int thread) const { return myEvalSlots.get(thread); }
+    float evaluateOutside(float t, bool left, bool ignore_disabled, int thread);
+    void evaluateStringOutside(UT_String &result, float t, bool left, int thread);
+    template <typename Work> auto withContext(CH_Segment *s, float t, int thread, Work work);
+
+    CH_Collection *myCollection;
+    UT_String myName;
+    UT_String myAlias;
+    CH_ChannelBehavior myLeftBehavior = CH_CHANNEL_EXTEND;
+    CH_ChannelBehavior myRightBehavior = CH_CHANNEL_EXTEND;
+    CH_Segment *myEndSegment = nullptr;
+    float myDefaultValue = 0.0f;
+    float myStart = 0.0f;
+    float myLength = 0.0f;
+    UT_String myDefaultString;
+    UT_PtrArray<CH_Segment *> mySegments;
+    UT_PtrArray<CH_Segment *> myDisableSegments;
+    bool myScoped = false;
+    bool myTemporary = false;
+    std::uint8_t myFlags = 0;
+    float myPendingTime;
+    mutable UT_ThreadSlots<chEvalSlot> myEvalSlots;
+};
+
+#endif

@@ -1,0 +1,412 @@
+// Channel evaluation: locating segments, the behaviours before the first
+// and after the last key, disabled ranges, and the per-thread context that
+// the expression functions read.
+#include <ch/channel/CH_Channel.h>
+
+#include <ch/auxiliary/CH_ScriptAccessManager.h>
+#include <ch/io/CH_Collection.h>
+#include <ch/manager/CH_Manager.h>
+
+#include <ut/UT_Interrupt.h>
+#include <ut/UT_Thread.h>
+
+#include <cmath>
+#include <cstdint>
+
+namespace {
+
+// The slope step and its reciprocal as stored channels were computed with.
+constexpr float theSlopeStep = 0.001f;       // 0x3A83126F
+constexpr float theSlopeFactor = 999.99994f; // 0x4479FFFF
+
+} // namespace
+
+// ---- Locating segments ------------------------------------------------------------
+
+int CH_Channel::getSegmentIdx(float t) const
+{
+    int n = mySegments.entries();
+    if (myEndSegment && t >= myLength)
+        return n;
+    if (n == 0)
+        return 0;
+    float tol = getTolerance();
+    int lo = 0, hi = n - 1;
+    while (hi - lo > 1)
+    {
+        int mid = (lo + hi) / 2;
+        const CH_Segment *s = mySegments(mid);
+        float start = s->getStart(), end = s->getEnd();
+        if (start <= t + tol && end >= t - tol)
+        {
+            if (std::fabs(end - t) > tol)
+                return mid;
+            // At the segment's end key: the key belongs to the next segment.
+            return mid < n - 1 ? mid + 1 : mid;
+        }
+        if (start <= t + tol)
+            lo = mid;
+        else
+            hi = mid;
+    }
+    return mySegments(hi)->getStart() - t > tol ? lo : hi;
+}
+
+CH_Segment *CH_Channel::getSegment(float t) const
+{
+    if (isEmpty())
+        return nullptr;
+    return getSegment(static_cast<unsigned>(getSegmentIdx(t)));
+}
+
+CH_Segment *CH_Channel::getSegmentAfterKey(float t) const
+{
+    CH_Segment *s = getSegment(t);
+    return s && std::fabs(s->getStart() - t) <= getTolerance() ? s : nullptr;
+}
+
+bool CH_Channel::getSurroundingSegs(float t, CH_Segment *&left, CH_Segment *&right) const
+{
+    left = right = getSegment(t);
+    if (!right || std::fabs(right->getStart() - t) > getTolerance())
+        return false;
+    int i = getSegmentIndex(right);
+    left = i > 0 ? getSegment(static_cast<unsigned>(i - 1)) : nullptr;
+    return true;
+}
+
+int CH_Channel::getDisableSegmentIndex(float t, bool take_previous) const
+{
+    int n = myDisableSegments.entries();
+    if (n == 0)
+        return -1;
+    float tol = getTolerance();
+    auto onSegment = [&](int i) {
+        const CH_Segment *d = myDisableSegments(i);
+        float e = d->getEnd();
+        if (std::fabs(e - t) > tol || i == n - 1)
+            return i;
+        // At its end: a range starting right there continues the disabling.
+        if (myDisableSegments(i + 1)->getStart() - e <= tol)
+            return i + 1;
+        return take_previous ? i : -1;
+    };
+    int lo = 0, hi = n - 1;
+    while (hi - lo > 1)
+    {
+        int mid = (lo + hi) / 2;
+        const CH_Segment *d = myDisableSegments(mid);
+        if (d->getStart() <= t + tol && d->getEnd() >= t - tol)
+            return onSegment(mid);
+        if (d->getStart() <= t + tol)
+            lo = mid;
+        else
+            hi = mid;
+    }
+    for (int i = hi; i >= lo; --i)
+    {
+        const CH_Segment *d = myDisableSegments(i);
+        if (d->getEnd() < t - tol)
+            return take_previous ? i : -1;
+        if (d->getStart() < t + tol)
+            return onSegment(i);
+    }
+    return -1;
+}
+
+// ---- Per-thread context ---------------------------------------------------------------
+
+void CH_Channel::setEvalTime(float local_time, int thread)
+{
+    slot(thread).time = local_time;
+    if (CH_Manager *mgr = getManager())
+        mgr->setEvaluateTime(local_time + myStart, thread);
+}
+
+CH_Segment *CH_Channel::getEvaluationSegment(int thread) const
+{
+    return slot(thread).segment;
+}
+
+float CH_Channel::getLocalTime(int thread) const
+{
+    return slot(thread).time;
+}
+
+CH_Segment *CH_Channel::getPrevEvaluationSegment(int thread) const
+{
+    const CH_Segment *s = slot(thread).segment;
+    return s ? s->getPrev() : nullptr;
+}
+
+CH_Segment *CH_Channel::getNextEvaluationSegment(int thread) const
+{
+    const CH_Segment *s = slot(thread).segment;
+    return s ? s->getNext() : nullptr;
+}
+
+float CH_Channel::getInTime(int thread) const
+{
+    const CH_Segment *s = slot(thread).segment;
+    return s ? s->getStart() + myStart : 0.0f;
+}
+
+float CH_Channel::getOutTime(int thread) const
+{
+    const CH_Segment *s = slot(thread).segment;
+    return s ? s->getEnd() + myStart : 0.0f;
+}
+
+float CH_Channel::getPrevInTime(int thread) const
+{
+    const CH_Segment *s = slot(thread).segment;
+    const CH_Segment *p = s ? s->getPrev() : nullptr;
+    return p ? p->getStart() + myStart : 0.0f;
+}
+
+float CH_Channel::getNextOutTime(int thread) const
+{
+    const CH_Segment *s = slot(thread).segment;
+    const CH_Segment *n = s ? s->getNext() : nullptr;
+    return n ? n->getEnd() + myStart : 0.0f;
+}
+
+// ---- Segment evaluation ----------------------------------------------------------
+
+template <typename Work>
+auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
+{
+    if (thread <= 0)
+        thread = UT_Thread::getMySequentialThreadIndex();
+    chEvalSlot &sl = slot(thread);
+    CH_Channel *prev_channel = nullptr;
+    const char *prev_name = nullptr;
+    if (myCollection)
+        myCollection->setEvalChannel(this, myName, prev_channel, prev_name, thread);
+    CH_Manager *mgr = getManager();
+    CH_Collection *prev_collection = mgr->getEvalCollection(thread);
+    mgr->setEvalCollection(myCollection, thread);
+    CH_ScriptAccessManager *access = mgr->getAccessManager(thread);
+    if (access)
+        access->pushChEvalContext();
+
+    chEvalSlot saved = sl;
+    sl.time = t;
+    sl.segment = s;
+    auto result = work(thread);
+    sl = saved;
+
+    if (access)
+        access->popChEvalContext();
+    mgr->setEvalCollection(prev_collection, thread);
+    if (myCollection)
+        myCollection->setEvalChannel(prev_channel, thread, prev_name);
+    return result;
+}
+
+float CH_Channel::evaluateSegment(CH_Segment *s, float t, bool extend, int thread)
+{
+    if (!s || !getManager())
+        return 0.0f;
+    return withContext(s, t, thread, [&](int th) { return s->evaluate(t, extend, th); });
+}
+
+void CH_Channel::evaluateStringSegment(UT_String &result, CH_Segment *s, float t, bool extend,
+                                       int thread)
+{
+    if (!s || !getManager())
+    {
+        result = "";
+        return;
+    }
+    withContext(s, t, thread, [&](int th) {
+        s->evaluateString(result, th);
+        return 0;
+    });
+    (void)extend;
+}
+
+// ---- Numeric evaluation -------------------------------------------------------------
+
+float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int thread)
+{
+    CH_ChannelBehavior behavior = left ? myLeftBehavior : myRightBehavior;
+    CH_Segment *s;
+    if (left)
+    {
+        s = mySegments.isEmpty() ? myEndSegment : mySegments(0);
+        if (!ignore_disabled && s)
+            if (CH_Segment *d = getDisableSegment(s->getStart()))
+                s = d;
+    }
+    else
+    {
+        s = myEndSegment;
+        if (!ignore_disabled && s)
+            if (CH_Segment *d = getDisableSegment(s->getEnd()))
+                s = d;
+    }
+    float key = left ? 0.0f : myLength;
+    switch (behavior)
+    {
+    case CH_CHANNEL_DEFAULT: return myDefaultValue;
+    case CH_CHANNEL_HOLD:
+        setEvalTime(key, thread);
+        return evaluateSegment(s, key, false, thread);
+    case CH_CHANNEL_CYCLE:
+    {
+        float tc = std::fmod(t, myLength);
+        if (left && tc < 0.0f)
+            tc += myLength;
+        setEvalTime(tc, thread);
+        CH_Segment *c = getSegment(tc);
+        if (!ignore_disabled)
+            if (CH_Segment *d = getDisableSegment(tc))
+                c = d;
+        return evaluateSegment(c, tc, false, thread);
+    }
+    case CH_CHANNEL_EXTEND: return evaluateSegment(s, t, true, thread);
+    case CH_CHANNEL_SLOPE:
+        if (left)
+        {
+            setEvalTime(0.0f, thread);
+            float y0 = evaluateSegment(s, 0.0f, false, thread);
+            setEvalTime(theSlopeStep, thread);
+            float y1 = evaluateSegment(s, theSlopeStep, false, thread);
+            return (y1 - y0) * t * theSlopeFactor + y0;
+        }
+        else
+        {
+            setEvalTime(myLength, thread);
+            float y1 = evaluateSegment(s, myLength, false, thread);
+            setEvalTime(myLength - theSlopeStep, thread);
+            float y0 = evaluateSegment(s, myLength - theSlopeStep, false, thread);
+            return (t - myLength) * (y1 - y0) * theSlopeFactor + y1;
+        }
+    }
+    return evaluateSegment(s, t, false, thread);
+}
+
+float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
+{
+    float t = global_time - myStart;
+    float tol = getTolerance();
+    CH_Segment *d = nullptr;
+    if (!ignore_disabled && !myDisableSegments.isEmpty())
+    {
+        int i = getDisableSegmentIndex(t, false);
+        d = i < 0 ? nullptr : myDisableSegments(i);
+        if (d && d->wasModified() && !isAllDisabled())
+        {
+            // A disabled range holds the channel's value at its start.
+            float v = evaluate(d->getStart() + myStart, true, thread);
+            d->setInValue(v, true);
+            d->setOutValue(v, true);
+        }
+    }
+    if (isEmpty())
+    {
+        if (!d || t < -tol || t - myLength > tol)
+            return myDefaultValue;
+        return evaluateSegment(d, t, true, thread);
+    }
+    if (d)
+        return evaluateSegment(d, t, true, thread);
+    if (t < -tol)
+        return evaluateOutside(t, true, ignore_disabled, thread);
+    if (t - myLength < -tol)
+        return evaluateSegment(getSegment(t), t, false, thread);
+    return evaluateOutside(t, false, ignore_disabled, thread);
+}
+
+void CH_Channel::evaluate(float from, float to, float *out, int count, bool ignore_disabled,
+                          bool use_cache, int thread)
+{
+    if (!out || count <= 0)
+        return;
+    float step = to - from;
+    if (count > 1)
+        step /= static_cast<float>(count - 1);
+    UT_Interrupt *interrupt = UTgetInterrupt();
+    bool go = interrupt->opStart("Channel array evaluation");
+    bool was_enabled = isCacheEnabled();
+    if (use_cache)
+        setCacheEnable(true);
+    CH_Manager *mgr = getManager();
+    if (go)
+    {
+        std::uint8_t counter = 0;
+        for (int i = 0; i < count; ++i)
+        {
+            float t = static_cast<float>(i) * step + from;
+            if (mgr)
+                mgr->setEvaluateTime(t, thread);
+            out[i] = evaluate(t, ignore_disabled, thread);
+            if (counter++ == 0 && interrupt->opInterrupt(static_cast<int>(100LL * i / count)))
+            {
+                for (int j = i + 1; j < count; ++j)
+                    out[j] = 0.0f;
+                break;
+            }
+        }
+    }
+    else
+        for (int i = 0; i < count; ++i)
+            out[i] = 0.0f;
+    interrupt->opEnd();
+    if (use_cache)
+        setCacheEnable(was_enabled);
+}
+
+// ---- String evaluation -------------------------------------------------------------
+
+void CH_Channel::evaluateStringOutside(UT_String &result, float t, bool left, int thread)
+{
+    CH_ChannelBehavior behavior = left ? myLeftBehavior : myRightBehavior;
+    CH_Segment *s = left ? (mySegments.isEmpty() ? myEndSegment : mySegments(0)) : myEndSegment;
+    float key = left ? 0.0f : myLength;
+    switch (behavior)
+    {
+    case CH_CHANNEL_DEFAULT:
+        getManager()->evaluateString(myDefaultString, result, t + myStart, myCollection, thread);
+        return;
+    case CH_CHANNEL_HOLD:
+    case CH_CHANNEL_SLOPE: // strings have no slope
+        setEvalTime(key, thread);
+        evaluateStringSegment(result, s, key, false, thread);
+        return;
+    case CH_CHANNEL_CYCLE:
+    {
+        float tc = std::fmod(t, myLength);
+        if (left && tc < 0.0f)
+            tc += myLength;
+        setEvalTime(tc, thread);
+        evaluateStringSegment(result, getSegment(tc), tc, false, thread);
+        return;
+    }
+    case CH_CHANNEL_EXTEND: evaluateStringSegment(result, s, t, true, thread); return;
+    }
+    evaluateStringSegment(result, s, t, false, thread);
+}
+
+void CH_Channel::evaluateString(UT_String &result, float global_time, int thread)
+{
+    float t = global_time - myStart;
+    float tol = getTolerance();
+    CH_Manager *mgr = getManager();
+    bool pending_here = isPending() && (isPendingHold() || std::fabs(t - myPendingTime) <= tol);
+    if (isEmpty() || pending_here)
+    {
+        if (mgr)
+            mgr->evaluateString(myDefaultString, result, global_time, myCollection, thread);
+        else
+            result = myDefaultString;
+        return;
+    }
+    if (t < -tol)
+        evaluateStringOutside(result, t, true, thread);
+    else if (t - myLength < -tol)
+        evaluateStringSegment(result, getSegment(t), t, false, thread);
+    else
+        evaluateStringOutside(result, t, false, thread);
+}

@@ -1,0 +1,880 @@
+#include <ch/channel/CH_Segment.h>
+
+#include <ch/channel/CH_Channel.h>
+#include <ch/channel/CH_Key.h>
+#include <ch/channel/CH_SegmentValues.h>
+#include <ch/expr/CH_Expression.h>
+#include <ch/io/CH_Collection.h>
+#include <ch/manager/CH_EventManager.h>
+#include <ch/manager/CH_Manager.h>
+
+#include <ut/UT_SymbolTable.h>
+#include <ut/UT_Thread.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <locale>
+#include <sstream>
+
+namespace {
+
+constexpr float theMaxSlope = 1e8f;
+constexpr unsigned theTimeDependentMask = 0x6f8000u;
+
+// cos(atan(s)) without losing precision for steep slopes.
+double cosAtan(double s)
+{
+    if (std::fabs(s) <= 1.0)
+    {
+        double sine = s / std::sqrt(s * s + 1.0);
+        return std::sqrt(1.0 - sine * sine);
+    }
+    double r = 1.0 / std::fabs(s);
+    return r / std::sqrt(r * r + 1.0);
+}
+
+// The handle length factor of a slope under a value scale.
+double slopeScaleFactor(double k, double s)
+{
+    double c = cosAtan(s);
+    double sine = s / std::sqrt(s * s + 1.0);
+    return std::hypot(k * sine, c);
+}
+
+float clampSlope(float s)
+{
+    if (s >= theMaxSlope)
+        return theMaxSlope;
+    if (s <= -theMaxSlope)
+        return -theMaxSlope;
+    return s;
+}
+
+} // namespace
+
+// ---- Construction ------------------------------------------------------------
+
+void CH_Segment::initDefaults()
+{
+    myFlags.setDefaults();
+    myInValue = myOutValue = myInSlope = myOutSlope = myInAccel = myOutAccel = 0.0f;
+    myLength = 0.0f;
+    myILength = 1e8f;
+    myStart = myEnd = 0.0f;
+}
+
+CH_Segment::CH_Segment(float value, CH_Channel *channel, float length)
+{
+    initDefaults();
+    std::ostringstream os;
+    os.imbue(std::locale::classic());
+    os << value;
+    std::string text = os.str().substr(0, 511);
+    CH_ExprLanguage language = channel ? channel->getCollectionExprLanguage() : CH_ORVISH;
+    setExpressionText(text.c_str(), language);
+    changeLength(length, CH_SCALE_ANY, true);
+    myChannel = channel;
+    checkExpression();
+}
+
+CH_Segment::CH_Segment(const char *expr, CH_ExprLanguage language, CH_Channel *channel, float length)
+{
+    initDefaults();
+    myChannel = channel;
+    if (!expr)
+    {
+        CH_Manager *mgr = getManager();
+        const char *rot = mgr ? mgr->getDefaultRotationExpression() : "";
+        if (rot && *rot && channel && channel->isRotationChannel())
+            expr = rot;
+        else
+            expr = mgr ? mgr->getDefaultExpression() : "bezier()";
+    }
+    setExpressionText(expr, language);
+    checkExpression();
+    changeLength(length, CH_SCALE_ANY, true);
+}
+
+CH_Segment::CH_Segment(const CH_Segment &from)
+{
+    initDefaults();
+    *this = from;
+}
+
+CH_Segment &CH_Segment::operator=(const CH_Segment &from)
+{
+    if (this == &from)
+        return *this;
+    myFlags = from.myFlags;
+    myChannel = from.myChannel;
+    myExpression.reset();
+    const char *text = from.getExpression();
+    if (text)
+        setExpressionText(text, from.getExprLanguage());
+    checkExpression();
+    changeLength(from.myLength, CH_SCALE_ANY, true);
+    myInValue = from.myInValue;
+    myOutValue = from.myOutValue;
+    myInSlope = from.myInSlope;
+    myOutSlope = from.myOutSlope;
+    myInAccel = from.myInAccel;
+    myOutAccel = from.myOutAccel;
+    setSplineKnots(from.myKnots.get(), from.myNKnots);
+    myPrev = myNext = nullptr;
+    return *this;
+}
+
+CH_Segment::~CH_Segment()
+{
+    // Time groups hold their segments by entry; leaving one comes with
+    // time-group entries.
+    myTimeGroup = nullptr;
+}
+
+void CH_Segment::setExpressionText(const char *text, CH_ExprLanguage language)
+{
+    if (!myExpression)
+        myExpression = std::make_unique<CH_Expression>(text, language);
+    else
+        myExpression->setExpression(text, language);
+}
+
+void CH_Segment::setSplineKnots(const UT_Vector3 *knots, int n)
+{
+    if (!knots || n <= 0)
+    {
+        myKnots.reset();
+        myNKnots = 0;
+        return;
+    }
+    myKnots.reset(new UT_Vector3[n]);
+    for (int i = 0; i < n; ++i)
+        myKnots[i] = knots[i];
+    myNKnots = n;
+}
+
+CH_Manager *CH_Segment::getManager() const
+{
+    CH_Collection *c = myChannel ? myChannel->getCollection() : nullptr;
+    CH_Manager *mgr = c ? c->getManager() : nullptr;
+    return mgr ? mgr : CH_Manager::getContext();
+}
+
+float CH_Segment::getTolerance() const
+{
+    CH_Manager *mgr = getManager();
+    return mgr ? mgr->getTolerance() : 1.0f / 2400.0f;
+}
+
+// ---- Expression ----------------------------------------------------------------
+
+const char *CH_Segment::getExpression() const
+{
+    return myExpression ? myExpression->getExpression() : nullptr;
+}
+
+CH_ExprLanguage CH_Segment::getExprLanguage() const
+{
+    if (myExpression)
+        return myExpression->getLanguage();
+    return myChannel ? myChannel->getCollectionExprLanguage() : CH_ORVISH;
+}
+
+void CH_Segment::setExprLanguage(CH_ExprLanguage language)
+{
+    if (myExpression)
+        myExpression->setLanguage(language);
+}
+
+void CH_Segment::checkExpression()
+{
+    myFlags.set(CH_SegmentFlags::FUNCTION_BITS, false);
+    const char *text = getExpression();
+    if (!text)
+        return;
+    static const struct
+    {
+        const char *text;
+        unsigned bit;
+    } theWhole[] = {{"constant()", CH_SegmentFlags::CONSTANT}, {"bezier()", CH_SegmentFlags::BEZIER},
+                    {"linear()", CH_SegmentFlags::LINEAR},     {"cubic()", CH_SegmentFlags::CUBIC},
+                    {"ease()", CH_SegmentFlags::EASE},         {"easein()", CH_SegmentFlags::EASEIN},
+                    {"easeout()", CH_SegmentFlags::EASEOUT}};
+    bool found = false;
+    for (const auto &w : theWhole)
+        if (!std::strcmp(text, w.text))
+        {
+            myFlags.set(w.bit, true);
+            found = true;
+            break;
+        }
+    if (!found)
+    {
+        if (!std::strncmp(text, "lock(", 5))
+            myFlags.set(CH_SegmentFlags::LOCKED_SEGMENT, true);
+        else if (!std::strcmp(text, "spline()"))
+            myFlags.set(CH_SegmentFlags::SPLINE, true);
+        else if (!std::strcmp(text, "qlinear()"))
+            myFlags.set(CH_SegmentFlags::QLINEAR, true);
+    }
+    if (myExpression->isHardwired())
+        clearCache();
+}
+
+bool CH_Segment::expressionIsAnimationFunctionCall(const char *text)
+{
+    static const UT_SymbolTable<int> *theNames = [] {
+        auto *table = new UT_SymbolTable<int>;
+        for (const char *name :
+             {"bezier()", "constant()", "cubic()", "cycle()", "cyclet()", "ease()", "easein()",
+              "easeinp()", "easeout()", "easeoutp()", "easep()", "linear()", "match()",
+              "matchin()", "matchout()", "qlinear()", "quintic()", "repeat()", "repeatt()",
+              "spline()", "vmatch()", "vmatchin()", "vmatchout()"})
+            table->addSymbol(name, 1);
+        return table;
+    }();
+    return text && theNames->contains(text);
+}
+
+bool CH_Segment::expressionIsAnimationFunctionCall() const
+{
+    return expressionIsAnimationFunctionCall(getExpression());
+}
+
+bool CH_Segment::isMatchFunction() const
+{
+    if (myExpression && myExpression->isCompiled())
+        return (myExpression->getExpressionFlag() & 0x800000u) != 0;
+    const char *text = getExpression();
+    if (!text)
+        return false;
+    for (const char *name : {"matchin()", "matchout()", "match()", "vmatchin()", "vmatchout()", "vmatch()"})
+        if (!std::strcmp(text, name))
+            return true;
+    return false;
+}
+
+bool CH_Segment::isDataDependent() const
+{
+    return myExpression && myExpression->isDataDependent();
+}
+
+void CH_Segment::changeExpression(const char *text, CH_ExprLanguage language, bool normalize)
+{
+    const char *current = getExpression();
+    if (!text || !current)
+        return;
+    if (!std::strcmp(text, current) && language == getExprLanguage())
+        return;
+    CH_Collection *c = myChannel ? myChannel->getCollection() : nullptr;
+    if (c && !c->canAccessChannel(146, myChannel))
+        return;
+    bool was_spline = isSpline();
+    bool used_accels = normalize && isInAccelUsed();
+    setExpressionText(text, language);
+    checkExpression();
+    if (was_spline && !isSpline())
+    {
+        if (myPrev)
+            myPrev->setModified(1);
+        if (myNext)
+            myNext->setModified(1);
+    }
+    if (normalize && !used_accels && isInAccelUsed())
+        normalizeAccels();
+    setModified(1);
+    if (myChannel)
+        CHevent(CH_CHANNELS_MAJOR_CHANGE, myChannel);
+}
+
+bool CH_Segment::usesFlagRefreshed(bool (CH_Expression::*query)() const) const
+{
+    if (!myExpression)
+        return false;
+    updateExprFlags();
+    return (myExpression.get()->*query)();
+}
+
+void CH_Segment::updateExprFlags() const
+{
+    if (myExpression && myExpression->modified() && myChannel)
+        myChannel->evaluateSegment(const_cast<CH_Segment *>(this), myStart, false,
+                                   UT_Thread::getMySequentialThreadIndex());
+}
+
+bool CH_Segment::isInValueUsed() const { return usesFlagRefreshed(&CH_Expression::usesInValue); }
+bool CH_Segment::isOutValueUsed() const { return usesFlagRefreshed(&CH_Expression::usesOutValue); }
+bool CH_Segment::isInSlopeUsed() const { return usesFlagRefreshed(&CH_Expression::usesSlopes); }
+bool CH_Segment::isInAccelUsed() const { return usesFlagRefreshed(&CH_Expression::usesAccels); }
+bool CH_Segment::isSplineUsed() const { return usesFlagRefreshed(&CH_Expression::usesKnots); }
+
+void CH_Segment::dirtyExprCache()
+{
+    if (myExpression)
+        myExpression->dirtyExprCache();
+}
+
+bool CH_Segment::findString(const char *text, bool whole_word, bool case_sensitive) const
+{
+    return myExpression && myExpression->findString(text, whole_word, case_sensitive);
+}
+
+int CH_Segment::changeString(const char *from, const char *to, bool whole_word, int thread)
+{
+    if (!myExpression)
+        return 0;
+    int n = myExpression->changeString(from, to, whole_word, thread);
+    if (n)
+    {
+        checkExpression();
+        setModified(1);
+    }
+    return n;
+}
+
+void CH_Segment::unresolveLocalVars(int thread)
+{
+    if (myExpression)
+        myExpression->unresolveLocalVars(thread);
+}
+
+void CH_Segment::evaluateString(UT_String &result, int thread) const
+{
+    if (myExpression)
+        myExpression->evaluateString(result, thread);
+    else
+        result = "";
+}
+
+// ---- Accels -------------------------------------------------------------------
+
+float CH_Segment::getAccelRatio(float slope, float accel, float length)
+{
+    float l = length == 0.0f ? 1.0f : length;
+    return static_cast<float>(accel * cosAtan(slope) / l);
+}
+
+float CH_Segment::getAccelFromRatio(float slope, float ratio, float length)
+{
+    float l = length == 0.0f ? 1.0f : length;
+    return std::sqrt(slope * slope + 1.0f) * ratio * l;
+}
+
+void CH_Segment::setInAccelRatio(float r, bool propagate)
+{
+    setInAccel(getAccelFromRatio(myInSlope, r, myLength), propagate);
+}
+
+void CH_Segment::setOutAccelRatio(float r, bool propagate)
+{
+    setOutAccel(getAccelFromRatio(myOutSlope, r, myLength), propagate);
+}
+
+namespace {
+
+// Keeps the handle inside the segment and at least the tolerance long.
+// Returns whether the tolerance rule changed the accel.
+bool clampAccel(float &accel, float slope, float length, float tol)
+{
+    float ratio = CH_Segment::getAccelRatio(slope, accel, length);
+    if (ratio > 1.0f)
+        accel /= ratio;
+    if (length != 0.0f && accel < tol)
+    {
+        accel = tol;
+        return true;
+    }
+    return false;
+}
+
+} // namespace
+
+void CH_Segment::clampInAccel()
+{
+    float old = myInAccel;
+    clampAccel(myInAccel, myInSlope, myLength, getTolerance());
+    if (myInAccel != old)
+        setModified(1);
+}
+
+void CH_Segment::clampOutAccel()
+{
+    float old = myOutAccel;
+    clampAccel(myOutAccel, myOutSlope, myLength, getTolerance());
+    if (myOutAccel != old)
+        setModified(1);
+}
+
+void CH_Segment::normalizeAccels()
+{
+    float l = myLength == 0.0f ? 1.0f : myLength;
+    float in_target = l * std::sqrt(myInSlope * myInSlope + 1.0f) * 0.33333334f;
+    if (myInAccel != in_target)
+    {
+        float old = myInAccel;
+        myInAccel = in_target;
+        clampInAccel();
+        if (myInAccel != old)
+            setModified(1);
+    }
+    float out_target = l * std::sqrt(myOutSlope * myOutSlope + 1.0f) * 0.33333334f;
+    if (myOutAccel != out_target)
+    {
+        float old = myOutAccel;
+        myOutAccel = out_target;
+        clampOutAccel();
+        if (myOutAccel != old)
+            setModified(1);
+    }
+}
+
+void CH_Segment::setInAccel(float a, bool propagate)
+{
+    if (a == myInAccel)
+        return;
+    float old = myInAccel;
+    myInAccel = a;
+    clampAccel(myInAccel, myInSlope, myLength, getTolerance());
+    if (myInAccel == old)
+        return;
+    setModified(1);
+    if (!propagate || !isInAccelTied())
+        return;
+    if (myPrev)
+    {
+        // Tied accels keep their proportion rather than their length.
+        float ratio = myInAccel / old;
+        if (std::isfinite(ratio))
+            myPrev->setOutAccel(ratio * myPrev->myOutAccel, false);
+    }
+    else if (isEndSegment())
+        setOutAccel(a, false);
+}
+
+void CH_Segment::setOutAccel(float a, bool propagate)
+{
+    if (a == myOutAccel)
+        return;
+    float old = myOutAccel;
+    myOutAccel = a;
+    clampAccel(myOutAccel, myOutSlope, myLength, getTolerance());
+    if (myOutAccel == old)
+        return;
+    setModified(1);
+    if (!propagate || !isOutAccelTied())
+        return;
+    if (myNext)
+    {
+        float ratio = myOutAccel / old;
+        if (std::isfinite(ratio))
+            myNext->setInAccel(ratio * myNext->myInAccel, false);
+    }
+    else if (isEndSegment())
+        setInAccel(a, false);
+}
+
+// ---- Values and slopes ---------------------------------------------------------
+
+void CH_Segment::holdLastKey(float value, bool propagate)
+{
+    if (myInValue != value)
+        setInValue(value, propagate);
+    if (myOutValue != value)
+        setOutValue(value, propagate);
+    if (myInSlope != 0.0f)
+        setInSlope(0.0f, true, 0.0f);
+    if (myOutSlope != 0.0f)
+        setOutSlope(0.0f, true, 0.0f);
+}
+
+void CH_Segment::afterValueSet(float value, bool propagate)
+{
+    CH_Manager *mgr = getManager();
+    if (mgr && mgr->getHoldLastKey() && myPrev && !myNext)
+        holdLastKey(value, propagate);
+}
+
+void CH_Segment::setInValue(float v, bool propagate)
+{
+    if (v != myInValue)
+    {
+        myInValue = v;
+        setModified(1);
+    }
+    if (propagate && isInValueTied())
+    {
+        if (myPrev)
+            myPrev->setOutValue(v, false);
+        else if (std::fabs(myLength) <= 1e-5f)
+            setOutValue(v, false);
+    }
+    afterValueSet(v, propagate);
+}
+
+void CH_Segment::setOutValue(float v, bool propagate)
+{
+    if (v != myOutValue)
+    {
+        myOutValue = v;
+        setModified(1);
+    }
+    if (propagate && isOutValueTied())
+    {
+        if (myNext)
+            myNext->setInValue(v, false);
+        else if (std::fabs(myLength) <= 1e-5f)
+            setInValue(v, false);
+    }
+    afterValueSet(v, propagate);
+}
+
+void CH_Segment::setInSlope(float s, bool propagate, float k)
+{
+    s = clampSlope(s);
+    if (k != 0.0f && isInAccelUsed())
+    {
+        double den = slopeScaleFactor(k, s);
+        double factor = den == 0.0 ? 1.0 : slopeScaleFactor(k, myInSlope) / den;
+        myInAccel = static_cast<float>(myInAccel * factor);
+    }
+    if (s != myInSlope)
+    {
+        myInSlope = s;
+        setModified(1);
+    }
+    clampInAccel();
+    if (propagate && isInSlopeTied())
+    {
+        if (myPrev)
+            myPrev->setOutSlope(s, false, k);
+        else if (std::fabs(myLength) <= 1e-5f)
+            setOutSlope(s, false, 0.0f);
+    }
+    afterValueSet(myInValue, propagate);
+}
+
+void CH_Segment::setOutSlope(float s, bool propagate, float k)
+{
+    s = clampSlope(s);
+    if (k != 0.0f && isInAccelUsed())
+    {
+        double den = slopeScaleFactor(k, s);
+        double factor = den == 0.0 ? 1.0 : slopeScaleFactor(k, myOutSlope) / den;
+        myOutAccel = static_cast<float>(myOutAccel * factor);
+    }
+    if (s != myOutSlope)
+    {
+        myOutSlope = s;
+        setModified(1);
+    }
+    clampOutAccel();
+    if (propagate && isOutSlopeTied())
+    {
+        if (myNext)
+            myNext->setInSlope(s, false, k);
+        else if (std::fabs(myLength) <= 1e-5f)
+            setInSlope(s, false, 0.0f);
+    }
+    afterValueSet(myInValue, propagate);
+}
+
+float CH_Segment::getValue(bool in, CH_ValueTypes kind) const
+{
+    switch (kind)
+    {
+    case CH_VALUE: return in ? myInValue : myOutValue;
+    case CH_SLOPE: return in ? myInSlope : myOutSlope;
+    case CH_ACCEL: return in ? getInAccelRatio() : getOutAccelRatio();
+    }
+    return 0.0f;
+}
+
+void CH_Segment::setValue(bool in, CH_ValueTypes kind, float v)
+{
+    switch (kind)
+    {
+    case CH_VALUE: in ? setInValue(v, false) : setOutValue(v, false); break;
+    case CH_SLOPE: in ? setInSlope(v, false, 0.0f) : setOutSlope(v, false, 0.0f); break;
+    case CH_ACCEL: in ? setInAccelRatio(v, false) : setOutAccelRatio(v, false); break;
+    }
+}
+
+namespace {
+
+unsigned tieBit(bool in, CH_ValueTypes kind)
+{
+    switch (kind)
+    {
+    case CH_VALUE: return in ? CH_SegmentFlags::IN_VALUE_TIED : CH_SegmentFlags::OUT_VALUE_TIED;
+    case CH_SLOPE: return in ? CH_SegmentFlags::IN_SLOPE_TIED : CH_SegmentFlags::OUT_SLOPE_TIED;
+    case CH_ACCEL: return in ? CH_SegmentFlags::IN_ACCEL_TIED : CH_SegmentFlags::OUT_ACCEL_TIED;
+    }
+    return 0;
+}
+
+} // namespace
+
+bool CH_Segment::getValueTied(bool in, CH_ValueTypes kind) const
+{
+    return myFlags.has(tieBit(in, kind));
+}
+
+void CH_Segment::setValueTied(bool in, CH_ValueTypes kind, bool tied)
+{
+    myFlags.set(tieBit(in, kind), tied);
+}
+
+bool CH_Segment::getValueValid(bool in, CH_ValueTypes kind) const
+{
+    switch (kind)
+    {
+    case CH_VALUE: return in ? isInValueUsed() : isOutValueUsed();
+    case CH_SLOPE: return isInSlopeUsed();
+    case CH_ACCEL: return isInAccelUsed();
+    }
+    return false;
+}
+
+// ---- Ties -------------------------------------------------------------------------
+
+void CH_Segment::tieInValue(bool tie, bool propagate)
+{
+    myFlags.set(CH_SegmentFlags::IN_VALUE_TIED, tie);
+    if (!propagate || !myPrev)
+        return;
+    if (tie)
+        setInValue(myPrev->myOutValue, false);
+    myPrev->myFlags.set(CH_SegmentFlags::OUT_VALUE_TIED, tie);
+}
+
+void CH_Segment::tieOutValue(bool tie, bool propagate)
+{
+    myFlags.set(CH_SegmentFlags::OUT_VALUE_TIED, tie);
+    if (!propagate || !myNext)
+        return;
+    if (tie)
+        setOutValue(myNext->myInValue, false);
+    myNext->myFlags.set(CH_SegmentFlags::IN_VALUE_TIED, tie);
+}
+
+void CH_Segment::tieInSlope(bool tie, bool propagate, float k)
+{
+    myFlags.set(CH_SegmentFlags::IN_SLOPE_TIED, tie);
+    if (!propagate || !myPrev)
+        return;
+    if (tie)
+        setInSlope(myPrev->myOutSlope, false, k);
+    myPrev->myFlags.set(CH_SegmentFlags::OUT_SLOPE_TIED, tie);
+}
+
+void CH_Segment::tieOutSlope(bool tie, bool propagate, float k)
+{
+    myFlags.set(CH_SegmentFlags::OUT_SLOPE_TIED, tie);
+    if (!propagate || !myNext)
+        return;
+    if (tie)
+        setOutSlope(myNext->myInSlope, false, k);
+    myNext->myFlags.set(CH_SegmentFlags::IN_SLOPE_TIED, tie);
+}
+
+void CH_Segment::tieInAccel(bool tie, bool propagate)
+{
+    myFlags.set(CH_SegmentFlags::IN_ACCEL_TIED, tie);
+    if (propagate && myPrev)
+        myPrev->myFlags.set(CH_SegmentFlags::OUT_ACCEL_TIED, tie);
+}
+
+void CH_Segment::tieOutAccel(bool tie, bool propagate)
+{
+    myFlags.set(CH_SegmentFlags::OUT_ACCEL_TIED, tie);
+    if (propagate && myNext)
+        myNext->myFlags.set(CH_SegmentFlags::IN_ACCEL_TIED, tie);
+}
+
+// ---- Time -----------------------------------------------------------------------
+
+void CH_Segment::changeLength(float length, CH_SegmentScale, bool keep_ratios)
+{
+    if (length != 0.0f && !(length >= 1e-5f))
+        length = 1e-5f; // negative and NaN lengths too
+    if (length == myLength)
+        return;
+    float in_ratio = 0.0f, out_ratio = 0.0f;
+    if (keep_ratios)
+    {
+        in_ratio = getInAccelRatio();
+        out_ratio = getOutAccelRatio();
+    }
+    myILength = length > 0.0f ? 1.0f / length : 1e8f;
+    myLength = length;
+    if (keep_ratios)
+    {
+        setInAccelRatio(in_ratio, false);
+        setOutAccelRatio(out_ratio, false);
+    }
+}
+
+void CH_Segment::changeTimes(float start, float end)
+{
+    float tol = getTolerance();
+    if (!(std::fabs(start - myStart) <= tol && std::fabs(end - myEnd) <= tol))
+        clearCache();
+    myStart = start;
+    myEnd = end;
+}
+
+void CH_Segment::stretch(float scale, int sides, int)
+{
+    if (myLength == 0.0f)
+        return;
+    float length = scale * myLength;
+    if (length < 1e-5f)
+    {
+        length = 1e-5f;
+        scale = 1e-5f / myLength;
+    }
+    if (length == myLength)
+        return;
+    float in_slope = myInSlope, in_accel = myInAccel;
+    float out_slope = myOutSlope, out_accel = myOutAccel;
+    if (sides & 1)
+        CHstretchSlopeAccel(scale, 1.0f, in_slope, in_accel, false);
+    if (sides & 2)
+        CHstretchSlopeAccel(scale, 1.0f, out_slope, out_accel, false);
+    myLength = length;
+    myILength = 1.0f / length;
+    setInSlope(in_slope, true, 0.0f);
+    setInAccel(in_accel, true);
+    setOutSlope(out_slope, true, 0.0f);
+    setOutAccel(out_accel, true);
+}
+
+void CH_Segment::reverse()
+{
+    std::swap(myInValue, myOutValue);
+    std::swap(myInSlope, myOutSlope);
+    std::swap(myInAccel, myOutAccel);
+    for (CH_ValueTypes kind : {CH_VALUE, CH_SLOPE, CH_ACCEL})
+    {
+        bool in = getValueTied(true, kind), out = getValueTied(false, kind);
+        setValueTied(true, kind, out);
+        setValueTied(false, kind, in);
+    }
+    // Knot 0 and knot n-1 stay, and an even count's middle pair is swapped
+    // twice: stored channels were written with this order.
+    int n = myNKnots;
+    for (int i = n / 2; i >= 1; --i)
+        std::swap(myKnots[i], myKnots[n - 1 - i]);
+}
+
+// ---- State ---------------------------------------------------------------------
+
+void CH_Segment::setModified(int on)
+{
+    myFlags.set(CH_SegmentFlags::MODIFIED, on != 0);
+    if (!on)
+        return;
+    clearCache();
+    if (!isSpline())
+        return;
+    // A spline's curve depends on its spline neighbours.
+    for (CH_Segment *s = myPrev; s && s != this && s->isSpline(); s = s->myPrev)
+    {
+        s->clearCache();
+        s->myFlags.set(CH_SegmentFlags::MODIFIED, true);
+    }
+    for (CH_Segment *s = myNext; s && s != this && s->isSpline(); s = s->myNext)
+    {
+        s->clearCache();
+        s->myFlags.set(CH_SegmentFlags::MODIFIED, true);
+    }
+}
+
+namespace {
+
+bool isPlainFunction(const CH_SegmentFlags &f)
+{
+    return f.has(CH_SegmentFlags::CONSTANT | CH_SegmentFlags::LINEAR | CH_SegmentFlags::EASE |
+                 CH_SegmentFlags::EASEIN | CH_SegmentFlags::EASEOUT);
+}
+
+bool isSlopedFunction(const CH_SegmentFlags &f)
+{
+    return f.has(CH_SegmentFlags::BEZIER | CH_SegmentFlags::CUBIC);
+}
+
+} // namespace
+
+bool CH_Segment::isTimeDependent() const
+{
+    if (isPlainFunction(myFlags))
+        return myInValue != myOutValue;
+    if (isSlopedFunction(myFlags))
+        return !(myInValue == myOutValue && myInSlope == 0.0f && myOutSlope == 0.0f);
+    return myExpression && (myExpression->getExpressionFlag() & theTimeDependentMask);
+}
+
+bool CH_Segment::isTimeDependent(bool refresh, int thread) const
+{
+    if (isTimeDependent())
+        return true;
+    if (!refresh || !myChannel || !myExpression)
+        return false;
+    myChannel->evaluateSegment(const_cast<CH_Segment *>(this), myStart, false, thread);
+    return (myExpression->getExpressionFlag() & theTimeDependentMask) != 0;
+}
+
+bool CH_Segment::isTimeDependentAndGetFloat(float &value, int thread) const
+{
+    value = 0.0f;
+    if (isPlainFunction(myFlags) || isSlopedFunction(myFlags))
+    {
+        value = myInValue;
+        return isTimeDependent();
+    }
+    if (!myExpression)
+        return false;
+    if (myExpression->getExpressionFlag() & theTimeDependentMask)
+        return true;
+    if (myChannel)
+        value = myChannel->evaluateSegment(const_cast<CH_Segment *>(this), myStart, false, thread);
+    return (myExpression->getExpressionFlag() & theTimeDependentMask) != 0;
+}
+
+bool CH_Segment::isTimeDependentAndGetString(UT_String &value, int thread) const
+{
+    value = "";
+    if (isPlainFunction(myFlags) || isSlopedFunction(myFlags))
+    {
+        char buf[64];
+        std::snprintf(buf, sizeof(buf), "%g", myInValue);
+        value = buf;
+        return isTimeDependent();
+    }
+    if (!myExpression)
+        return false;
+    if (myExpression->getExpressionFlag() & theTimeDependentMask)
+        return true;
+    if (myChannel)
+        myChannel->evaluateStringSegment(value, const_cast<CH_Segment *>(this), myStart, false, thread);
+    return (myExpression->getExpressionFlag() & theTimeDependentMask) != 0;
+}
+
+void CH_Segment::setTimeGroup(CH_TimeGroup *group, bool)
+{
+    myTimeGroup = group;
+}
+
+void CH_Segment::display() const
+{
+    std::printf("time %f %f\tvalue %f %f\tslope %f %f\tsl %f %f\n", myStart, myEnd, myInValue,
+                myOutValue, myInSlope, myOutSlope, myInAccel, myOutAccel);
+}
+
+CH_SegmentValues::CH_SegmentValues(const CH_Segment &s)
+    : myStart(s.getStart()), myEnd(s.getEnd()), myInValue(s.getInValue()),
+      myOutValue(s.getOutValue()), myInSlope(s.getInSlope()), myOutSlope(s.getOutSlope()),
+      myInAccel(s.getInAccel()), myOutAccel(s.getOutAccel())
+{
+}

@@ -1,0 +1,227 @@
+// Channel structure and evaluation over hand-built channels. Segments use
+// variable expressions, so each value can be worked out from the keys.
+#include <ch/channel/CH_Channel.h>
+#include <ch/io/CH_Collection.h>
+#include <ch/manager/CH_Manager.h>
+
+#include <ev/EV_Engine.h>
+#include <ut/UT_Interrupt.h>
+#include <support/chTestChannelBuilder.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Linear interpolation between the segment's keys, through local variables.
+const char *const LIN = "$IV + ($OV - $IV) * ($LT - $LIT) / ($LOT - $LIT)";
+
+class chErrorCollection : public CH_Collection
+{
+public:
+    using CH_Collection::CH_Collection;
+    void reportError(const char *table, int code, const char *message) override
+    {
+        errors.push_back(std::string(table) + ":" + std::to_string(code) + ":" + message);
+    }
+    std::vector<std::string> errors;
+};
+
+class CHChannel : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        mgr.setContext();
+        ev_SetErrNo(0, 0);
+        ch = obj.addChannel("tx", 7.0f, "\"none\"");
+        // Keys (0, 0), (10, 10), (20, 30); the end segment holds its in value.
+        chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, LIN}, {10, 10, 0, 0, LIN}, {20, 30, 0, 0, "$IV"}});
+    }
+    float at(float t) { return obj.evaluate(ch, t, false, 0); }
+
+    CH_Manager mgr;
+    CH_Collection root{&mgr};
+    chErrorCollection obj{&mgr, &root, "obj"};
+    CH_Channel *ch = nullptr;
+};
+
+TEST_F(CHChannel, SegmentLookupGivesKeysToTheLaterSegment)
+{
+    float tol = mgr.getTolerance();
+    ASSERT_EQ(ch->getNKeys(), 3);
+    EXPECT_EQ(ch->getLength(), 20.0f);
+    EXPECT_EQ(ch->getSegmentIdx(5), 0);
+    EXPECT_EQ(ch->getSegmentIdx(10), 1);
+    EXPECT_EQ(ch->getSegmentIdx(10 - tol / 2), 1);
+    EXPECT_EQ(ch->getSegmentIdx(10 - 2 * tol), 0);
+    EXPECT_EQ(ch->getSegmentIdx(20), 2); // the end segment
+    EXPECT_EQ(ch->getSegmentIdx(-5), 0);
+    EXPECT_EQ(ch->getSegment(2u), ch->getEndSegment());
+    EXPECT_EQ(ch->getSegment(~0u), ch->getEndSegment());
+    EXPECT_EQ(ch->getSegment(3u), nullptr);
+
+    CH_Segment *left, *right;
+    EXPECT_TRUE(ch->getSurroundingSegs(10, left, right));
+    EXPECT_EQ(left, ch->getSegment(0u));
+    EXPECT_EQ(right, ch->getSegment(1u));
+    EXPECT_FALSE(ch->getSurroundingSegs(5, left, right));
+
+    // Without cycling the end segment stands in as the neighbour at both ends.
+    EXPECT_EQ(ch->getPrevSegment(0u), ch->getEndSegment());
+    EXPECT_EQ(ch->getNextSegment(1u), ch->getEndSegment());
+    ch->setRightBehavior(CH_CHANNEL_CYCLE);
+    EXPECT_EQ(ch->getNextSegment(1u), ch->getSegment(0u));
+}
+
+TEST_F(CHChannel, InsideAndAtTheLastKey)
+{
+    float tol = mgr.getTolerance();
+    EXPECT_FLOAT_EQ(at(5), 5.0f);
+    EXPECT_FLOAT_EQ(at(15), 20.0f); // 10 + 20 * 0.5
+    // At the last key (and within tolerance of it) the right behaviour
+    // answers: the end segment's $IV is 30.
+    EXPECT_EQ(at(20), 30.0f);
+    EXPECT_EQ(at(20 - tol / 2), 30.0f);
+    EXPECT_FLOAT_EQ(at(-tol / 2), -tol / 2); // the first segment, extrapolated
+    ch->setLeftBehavior(CH_CHANNEL_HOLD);
+    EXPECT_EQ(at(-tol / 2), -tol / 2);      // still the segment ...
+    EXPECT_EQ(at(-2 * tol), 0.0f);          // ... but here the behaviour
+}
+
+TEST_F(CHChannel, Behaviours)
+{
+    ch->setLeftBehavior(CH_CHANNEL_EXTEND);
+    EXPECT_FLOAT_EQ(at(-5), -5.0f); // the first segment's line continued
+    ch->setLeftBehavior(CH_CHANNEL_HOLD);
+    EXPECT_FLOAT_EQ(at(-5), 0.0f);
+    ch->setLeftBehavior(CH_CHANNEL_DEFAULT);
+    ch->setRightBehavior(CH_CHANNEL_DEFAULT);
+    EXPECT_EQ(at(-5), 7.0f);
+    EXPECT_EQ(at(25), 7.0f);
+
+    ch->setLeftBehavior(CH_CHANNEL_CYCLE);
+    ch->setRightBehavior(CH_CHANNEL_CYCLE);
+    EXPECT_FLOAT_EQ(at(-2.5f), 25.0f); // at 17.5: 10 + 20 * 0.75
+    EXPECT_FLOAT_EQ(at(25), 5.0f);     // at 5
+
+    // Slope: a line through the values at the end and 0.001 inside, with
+    // the 999.99994 factor standing for 1/0.001. Both ends evaluate their end
+    // segment: give the last one a slope of 2.
+    ch->getEndSegment()->changeExpression("$IV + 2 * ($LT - $LIT)", CH_ORVISH);
+    ch->setLeftBehavior(CH_CHANNEL_SLOPE);
+    ch->setRightBehavior(CH_CHANNEL_SLOPE);
+    EXPECT_NEAR(at(-1), -1.0f, 1e-4);
+    EXPECT_NEAR(at(21), 32.0f, 3e-3); // 30 - v(19.999) is 0.002 to float precision
+}
+
+TEST_F(CHChannel, EmptyChannelGivesItsDefaults)
+{
+    CH_Channel *empty = obj.addChannel("ty", 3.0f, "1+1"); // the default string is an expression
+    EXPECT_EQ(obj.addChannel("ty"), nullptr); // names are unique
+    empty->setLeftBehavior(CH_CHANNEL_CYCLE);
+    for (float t : {-10.0f, 0.0f, 100.0f})
+        EXPECT_EQ(obj.evaluate(empty, t, false, 0), 3.0f);
+    UT_String s;
+    obj.evaluateString(s, empty, 0, 0);
+    EXPECT_EQ(s, "2");
+    EXPECT_FALSE(empty->isTimeDependent());
+}
+
+TEST_F(CHChannel, LocalVariablesSeeTheEvaluatedSegment)
+{
+    // Keys at 5, 15, 25: the channel starts at 5 and its times are local.
+    chTestChannelBuilder::build(*ch, {{5, 0, 0, 0, "$LIT"}, {15, 1, 0, 0, "$PREV_IT * 1000 + $NEXT_OT"},
+                                      {25, 2, 0, 0, "$IT"}});
+    EXPECT_EQ(at(6), 0.0f);           // LIT of the first segment
+    EXPECT_EQ(at(16), 5 * 1000 + 25); // previous starts at 5, next (end) ends at 25
+    EXPECT_EQ(at(25), 25.0f);         // end segment: IT is the global key time
+
+    chTestChannelBuilder::build(*ch, {{0, 4, 0, 0, "$LT * 100 + $IV"}, {10, 9, 0, 0, "$IV"}});
+    EXPECT_FLOAT_EQ(at(2.5f), 254.0f);
+    UT_String s;
+    ch->getEndSegment()->changeExpression("\"$CH\"", CH_ORVISH);
+    obj.evaluateString(s, ch, 10, 0);
+    EXPECT_EQ(s, "tx");
+}
+
+TEST_F(CHChannel, EvaluationErrorsReachTheCollectionOnce)
+{
+    chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "nosuchfunction(1)"}, {1, 0, 0, 0, "$IV"}});
+    at(0.5f);
+    ASSERT_EQ(obj.errors.size(), 1u);
+    EXPECT_NE(obj.errors[0].find("CH:0:"), std::string::npos);
+    EXPECT_NE(obj.errors[0].find("(/obj/tx)"), std::string::npos) << obj.errors[0];
+    EXPECT_EQ(ev_GetErrNo(0), 0); // cleared after reporting
+    at(1);
+    EXPECT_EQ(obj.errors.size(), 1u);
+}
+
+TEST_F(CHChannel, RangeEvaluationAndInterruption)
+{
+    float out[5];
+    obj.evaluate(ch, 0, 20, out, 5, false, false, 0);
+    EXPECT_FLOAT_EQ(out[1], 5.0f);
+    EXPECT_FLOAT_EQ(out[3], 20.0f);
+    EXPECT_EQ(out[4], 30.0f);
+
+    // Interrupted at the poll of sample 256: the rest is zero.
+    std::vector<float> big(600, -1.0f);
+    UTgetInterrupt()->setProgressCallback(
+        [](const char *, int percent, void *) { return percent > 0; }, nullptr);
+    obj.evaluate(ch, 0, 10, big.data(), 600, false, false, 0);
+    UTgetInterrupt()->setProgressCallback(nullptr, nullptr);
+    UTgetInterrupt()->clearInterrupt();
+    EXPECT_FLOAT_EQ(big[256], 256 * 10.0f / 599);
+    EXPECT_EQ(big[257], 0.0f);
+    EXPECT_EQ(big[599], 0.0f);
+}
+
+TEST_F(CHChannel, PendingStateFollowsTheTime)
+{
+    chTestChannelBuilder::setPending(*ch, true, 4.0f);
+    UT_PtrArray<CH_Channel *> pending;
+    mgr.getPendingChannels(pending);
+    ASSERT_EQ(pending.entries(), 1);
+    UT_String s;
+    obj.evaluateString(s, ch, 4.0f, 0);
+    EXPECT_EQ(s, "none"); // the default string stands for the pending value
+    ch->updatePending(4.000005f);
+    EXPECT_TRUE(ch->isPending());
+    ch->updatePending(4.00002f);
+    EXPECT_FALSE(ch->isPending());
+    mgr.getPendingChannels(pending);
+    EXPECT_EQ(pending.entries(), 0);
+}
+
+TEST_F(CHChannel, QueriesAndCopies)
+{
+    EXPECT_TRUE(ch->isTimeDependent());
+    EXPECT_EQ(ch->match("tx"), 1);
+    EXPECT_EQ(ch->match("obj/tx"), 1);
+    EXPECT_EQ(ch->match("a/obj/tx"), 0);
+    ch->setName("rx");
+    EXPECT_TRUE(ch->isRotationChannel());
+    ch->setName("rx1");
+    EXPECT_FALSE(ch->isRotationChannel());
+    EXPECT_STREQ(CH_Channel::getChannelTypeName(9), "Unknown");
+
+    CH_Channel copy(&obj, *ch);
+    EXPECT_EQ(copy.getNKeys(), 3);
+    EXPECT_FLOAT_EQ(obj.evaluate(&copy, 15, false, 0), 20.0f);
+    EXPECT_NE(copy.getSegment(0u), ch->getSegment(0u));
+    EXPECT_EQ(copy.getSegment(0u)->getChannel(), &copy);
+    EXPECT_GT(ch->getMemUsage(false), ch->getMemUsage(true));
+
+    // Removing the end segment promotes the last list segment.
+    CH_Segment *middle = ch->getSegment(1u);
+    chTestChannelBuilder::removeSegment(*ch, ch->getEndSegment());
+    EXPECT_EQ(ch->getEndSegment(), middle);
+    EXPECT_EQ(ch->getLength(), 10.0f);
+    EXPECT_EQ(middle->getLength(), 0.0f);
+}
+
+} // namespace
