@@ -4,7 +4,11 @@
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_Manager.h>
 
+#include <ch/auxiliary/CH_ScriptAccessManager.h>
+
 #include <ev/EV_Engine.h>
+#include <ev/EV_Function.h>
+#include <ev/EV_Symbol.h>
 #include <ut/UT_Interrupt.h>
 #include <support/chTestChannelBuilder.h>
 
@@ -30,6 +34,30 @@ public:
     std::vector<std::string> errors;
 };
 
+// chx_chval(t): the channel theOther at time t, evaluated through its
+// collection from inside an expression.
+CH_Channel *theOther = nullptr;
+const int theOneFloat[] = {EV_TYPEFLOAT};
+void chval(EV_FUNCTION *, EV_SYMBOL *r, EV_SYMBOL **a, int thread)
+{
+    r->setFloat(theOther->getCollection()->evaluate(theOther, float(a[0]->getFloat()), false, thread));
+}
+EV_FUNCTION theChval{0, "chx_chval", 1, EV_TYPEFLOAT, theOneFloat, chval, nullptr, nullptr, 0};
+
+// Counts pushes and pops around segment evaluations.
+struct chCountingAccess : CH_ScriptAccessManager
+{
+    int depth = 0, pushes = 0, pops = 0;
+    void pushChEvalContext() override { ++pushes, ++depth; }
+    void popChEvalContext() override { ++pops, --depth; }
+};
+class chAccessManager : public CH_Manager
+{
+public:
+    CH_ScriptAccessManager *getAccessManager(int) override { return &access; }
+    chCountingAccess access;
+};
+
 class CHChannel : public ::testing::Test
 {
 protected:
@@ -43,7 +71,7 @@ protected:
     }
     float at(float t) { return obj.evaluate(ch, t, false, 0); }
 
-    CH_Manager mgr;
+    chAccessManager mgr;
     CH_Collection root{&mgr};
     chErrorCollection obj{&mgr, &root, "obj"};
     CH_Channel *ch = nullptr;
@@ -222,6 +250,38 @@ TEST_F(CHChannel, QueriesAndCopies)
     EXPECT_EQ(ch->getEndSegment(), middle);
     EXPECT_EQ(ch->getLength(), 10.0f);
     EXPECT_EQ(middle->getLength(), 0.0f);
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(CHChannel, NestedEvaluationKeepsTheCallersContext)
+{
+    ev_AddFunction(&theChval);
+    CH_Collection other_obj(&mgr, &root, "other");
+    theOther = other_obj.addChannel("ty");
+    chTestChannelBuilder::build(*theOther, {{0, 100, 0, 0, "$IV + $LT"}, {50, 150, 0, 0, "$IV"}});
+    // The nested call runs first; $LT and $T read afterwards must be this
+    // channel's again.
+    chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "chx_chval(7) * 1000 + $LT + $T * 10"},
+                                      {4, 0, 0, 0, "$LT * 3"}, {8, 0, 0, 0, "$IV"}});
+    EXPECT_FLOAT_EQ(at(2), 107 * 1000 + 2 + 2 * 10);
+    EXPECT_EQ(mgr.access.pushes, 2); // one per segment evaluation
+
+    // This channel at another time, from inside itself.
+    theOther = ch;
+    ch->getSegment(0u)->changeExpression("chx_chval(5) * 1000 + $LT", CH_ORVISH);
+    EXPECT_FLOAT_EQ(at(1), 15 * 1000 + 1);
+    EXPECT_EQ(mgr.access.pushes, mgr.access.pops);
+    EXPECT_EQ(mgr.access.depth, 0);
+    EXPECT_EQ(obj.getEvalChannel(0), nullptr);
+    EXPECT_EQ(mgr.getEvalCollection(0), nullptr);
+
+    // Endless self-reference stops at the engine's depth limit.
+    ch->getSegment(0u)->changeExpression("chx_chval(1)", CH_ORVISH);
+    at(1);
+    EXPECT_FALSE(obj.errors.empty());
 }
 
 } // namespace
