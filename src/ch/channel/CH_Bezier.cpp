@@ -1,0 +1,167 @@
+#include <ch/channel/CH_Bezier.h>
+
+#include <ch/channel/CH_Cubic.h>
+#include <ch/channel/CH_SegmentValues.h>
+
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+struct Handle
+{
+    float time;  // extent along the time axis, never negative
+    float value; // extent along the value axis
+    bool reachesKey; // scaled to end exactly at the other key
+};
+
+// A handle of length |accel| at angle atan(slope), kept within 'length'.
+// cos(atan s) is taken on whichever side avoids squaring a large slope.
+Handle handleFrom(float slope, float accel, float length)
+{
+    float a = std::fabs(accel);
+    float cosine, sine;
+    if (std::fabs(slope) <= 1.0f) {
+        sine = slope / std::sqrt(slope * slope + 1.0f);
+        cosine = std::sqrt(1.0f - sine * sine);
+    } else {
+        float inv = 1.0f / std::fabs(slope);
+        float norm = std::sqrt(inv * inv + 1.0f);
+        cosine = inv / norm;
+        sine = std::copysign(1.0f / norm, slope);
+    }
+    Handle h{a * cosine, a * sine, false};
+    if (h.time > length) {
+        h.value *= length / h.time;
+        h.time = length;
+        h.reachesKey = true;
+    }
+    return h;
+}
+
+void handleValues(float dt, float dv, float &slope, float &accel)
+{
+    slope = dt != 0.0f ? dv / dt : 0.0f;
+    accel = std::hypot(dt, dv);
+}
+
+} // namespace
+
+CH_Bezier::CH_Bezier() : myX{0.0f, 0.0f, 0.0f, 0.0f}, myY{0.0f, 0.0f, 0.0f, 0.0f} {}
+
+CH_Bezier::CH_Bezier(const CH_SegmentValues &values) { init(values); }
+
+void CH_Bezier::init(const CH_SegmentValues &values)
+{
+    float start = values.myStart;
+    float end = values.myEnd;
+    float length = std::fmax(end - start, 0.0f);
+    Handle in = handleFrom(values.myInSlope, values.myInAccel, length);
+    Handle out = handleFrom(values.myOutSlope, values.myOutAccel, length);
+
+    // start + length need not round to end: a handle that reaches the other
+    // key takes that key's time.
+    bool span = length > 0.0f;
+    myX[0] = start;
+    myX[1] = in.reachesKey && span ? end : start + in.time;
+    myX[2] = out.reachesKey && span ? start : end - out.time;
+    myX[3] = end;
+    myY[0] = values.myInValue;
+    myY[1] = values.myInValue + in.value;
+    myY[2] = values.myOutValue - out.value;
+    myY[3] = values.myOutValue;
+}
+
+void CH_Bezier::getValues(CH_SegmentValues &values) const
+{
+    values.myStart = myX[0];
+    values.myEnd = myX[3];
+    values.myInValue = myY[0];
+    values.myOutValue = myY[3];
+    handleValues(myX[1] - myX[0], myY[1] - myY[0], values.myInSlope, values.myInAccel);
+    handleValues(myX[3] - myX[2], myY[3] - myY[2], values.myOutSlope, values.myOutAccel);
+}
+
+float CH_Bezier::eval(float t) const { return evalP(timeToParametric(t)); }
+
+float CH_Bezier::evalP(float u) const
+{
+    float v = 1.0f - u;
+    return v * v * v * myY[0] + 3.0f * u * v * v * myY[1] + 3.0f * u * u * v * myY[2] + u * u * u * myY[3];
+}
+
+float CH_Bezier::timeToParametric(float t) const
+{
+    // Times taken from the start key: the cubic's rounding then scales with
+    // the segment's length, not with how far along the time line it sits
+    // (which matters most where the time cubic is flat).
+    float x0 = myX[0];
+    const float local[4] = {0.0f, myX[1] - x0, myX[2] - x0, myX[3] - x0};
+    CH_Cubic time;
+    getCubicFromCVs(local, time);
+    return time.reverseEvalP(t - x0);
+}
+
+void CH_Bezier::splitP(float u, CH_Bezier &left, CH_Bezier &right) const
+{
+    splitInternal(myX, u, left.myX, right.myX);
+    splitInternal(myY, u, left.myY, right.myY);
+}
+
+void CH_Bezier::split(float t, CH_Bezier &left, CH_Bezier &right) const
+{
+    splitAtTime(t, left, right);
+}
+
+float CH_Bezier::splitAndFindSlopeLengths(float t, CH_SegmentValues &left, CH_SegmentValues &right) const
+{
+    CH_Bezier l, r;
+    float u = splitAtTime(t, l, r);
+    l.getValues(left);
+    r.getValues(right);
+    return u;
+}
+
+float CH_Bezier::splitAtTime(float t, CH_Bezier &left, CH_Bezier &right) const
+{
+    float start = myX[0];
+    float end = myX[3];
+    float u = timeToParametric(t);
+    splitP(u, left, right);
+    if (start < t && t < end)
+        left.myX[3] = right.myX[0] = t;
+    return u;
+}
+
+void CH_Bezier::getCubicFromCVs(const float *p, CH_Cubic &cubic)
+{
+    cubic.set(p[0], 3.0f * p[1] - 3.0f * p[0], 3.0f * p[2] - 6.0f * p[1] + 3.0f * p[0],
+              p[3] - 3.0f * p[2] + 3.0f * p[1] - p[0]);
+}
+
+void CH_Bezier::splitInternal(const float *four, float u, float *left, float *right)
+{
+    // (1 − u)·a + u·b rather than a + u·(b − a): exact at u = 0 and u = 1.
+    float v = 1.0f - u;
+    float p0 = four[0], p1 = four[1], p2 = four[2], p3 = four[3];
+    float p01 = v * p0 + u * p1;
+    float p12 = v * p1 + u * p2;
+    float p23 = v * p2 + u * p3;
+    float p012 = v * p01 + u * p12;
+    float p123 = v * p12 + u * p23;
+    float mid = v * p012 + u * p123;
+    left[0] = p0;
+    left[1] = p01;
+    left[2] = p012;
+    left[3] = mid;
+    right[0] = mid;
+    right[1] = p123;
+    right[2] = p23;
+    right[3] = p3;
+}
+
+void CH_Bezier::display() const
+{
+    std::printf("time %f %f %f %f\tvalue %f %f %f %f\n", myX[0], myX[1], myX[2], myX[3], myY[0], myY[1],
+                myY[2], myY[3]);
+}
