@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages_for() {
     case "$1" in
-        build) echo "cmake make g++ ninja-build libgtest-dev libgmock-dev" ;;
+        build) echo "cmake make g++ ninja-build libgtest-dev libgmock-dev libimath-dev" ;;
         bench) echo "libbenchmark-dev libmuparser-dev pkg-config" ;;
         fuzz)  echo "clang libclang-rt-14-dev" ;;
         *) echo "deps.sh: unknown group '$1'" >&2; exit 2 ;;

@@ -39,7 +39,10 @@
 #include <ut/UT_FloatArray.h>
 #include <ut/UT_IntArray.h>
 #include <ut/UT_Interrupt.h>
+#include <ut/UT_Matrix3.h>
+#include <ut/UT_Noise.h>
 #include <ut/UT_PtrArray.h>
+#include <ut/UT_Quaternion.h>
 #include <ut/UT_RefArray.h>
 #include <ut/UT_SharedString.h>
 #include <ut/UT_String.h>
@@ -49,5 +52,6 @@
 #include <ut/UT_ThreadSlots.h>
 #include <ut/UT_Vector3.h>
 #include <ut/UT_WorkBuffer.h>
+#include <ut/UT_XformOrder.h>
 
 #endif

@@ -1,6 +1,7 @@
 // Uses the installed package: headers, the shared library and its targets.
 #include <ch/CH.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -18,10 +19,16 @@ int main()
     bool managed = manager.evaluate("$F * 2", 11.0f / 24, nullptr, &timeDependent, 0) == 24.0f &&
                    timeDependent == 1;
 
+    // Rotations reach Imath through the package's dependency.
+    UT_Quaternion q;
+    q.updateFromEuler(UT_Vector3(0, 0, 1.5707964f), UT_XformOrder("xyz"));
+    UT_Vector3 turned = q.rotate(UT_Vector3(1, 0, 0));
+    bool rotated = std::fabs(turned.y() - 1.0f) < 1e-6f && UT_Noise(1).noise(2, 3, 4) == 0.0f;
+
     UT_String name("geo1/tx");
     UT_ThreadSlots<int> slots;
     slots.get() = 7;
-    if (!managed || !evaluated || !name.multiMatch("*/t?") || slots.get(UT_Thread::getMySequentialThreadIndex()) != 7 ||
+    if (!managed || !evaluated || !rotated || !name.multiMatch("*/t?") || slots.get(UT_Thread::getMySequentialThreadIndex()) != 7 ||
         std::strlen(CHgetVersion()) == 0) {
         std::printf("consumer: unexpected results\n");
         return 1;
