@@ -20,11 +20,18 @@ namespace {
 
 constexpr float thePendingReset = FLT_MAX; // bit pattern 0x7F7FFFFF
 
+CH_Manager *managerOf(CH_Collection *collection)
+{
+    CH_Manager *mgr = collection ? collection->getManager() : nullptr;
+    return mgr ? mgr : CH_Manager::getContext();
+}
+
 } // namespace
 
 CH_Channel::CH_Channel(CH_Collection *collection, const char *name, float default_value,
                        const char *default_string)
-    : myCollection(collection), myName(name), myDefaultValue(default_value),
+    : myCollection(collection), myManager(managerOf(collection)), myName(name),
+      myDefaultValue(default_value),
       myDefaultString(default_string), myPendingTime(thePendingReset)
 {
     CH_Manager *mgr = getManager();
@@ -34,7 +41,8 @@ CH_Channel::CH_Channel(CH_Collection *collection, const char *name, float defaul
 }
 
 CH_Channel::CH_Channel(CH_Collection *collection, const CH_Channel &from)
-    : myCollection(collection), myName(from.myName), myPendingTime(thePendingReset)
+    : myCollection(collection), myManager(managerOf(collection)), myName(from.myName),
+      myPendingTime(thePendingReset)
 {
     copyContents(from);
     myName = from.myName;
@@ -55,16 +63,9 @@ CH_Channel::~CH_Channel()
     delete myEndSegment;
 }
 
-CH_Manager *CH_Channel::getManager() const
-{
-    CH_Manager *mgr = myCollection ? myCollection->getManager() : nullptr;
-    return mgr ? mgr : CH_Manager::getContext();
-}
-
 float CH_Channel::getTolerance() const
 {
-    CH_Manager *mgr = getManager();
-    return mgr ? mgr->getTolerance() : 1.0f / 2400.0f;
+    return myManager ? myManager->getTolerance() : 1.0f / 2400.0f;
 }
 
 void CH_Channel::getFullPath(UT_String &path) const
@@ -230,12 +231,16 @@ void CH_Channel::linkSegments()
 void CH_Channel::adjustSegmentTimes(bool)
 {
     float t = 0.0f;
-    for (CH_Segment *s : mySegments)
+    myKeyTimes.resize(static_cast<std::size_t>(mySegments.entries()) + 1);
+    for (int i = 0; i < mySegments.entries(); ++i)
     {
+        CH_Segment *s = mySegments(i);
         float len = s->getLength();
+        myKeyTimes[static_cast<std::size_t>(i)] = t;
         s->changeTimes(t, t + len);
         t += len;
     }
+    myKeyTimes.back() = t;
     myLength = t;
     if (myEndSegment)
         myEndSegment->changeTimes(myLength, myLength);
@@ -327,6 +332,7 @@ void CH_Channel::clear()
     delete myEndSegment;
     myEndSegment = nullptr;
     myLength = 0.0f;
+    myKeyTimes.assign(1, 0.0f);
 }
 
 void CH_Channel::initializeSegmentParents()
@@ -821,6 +827,9 @@ void CH_Channel::swap(CH_Channel &other)
     std::swap(myTemporary, other.myTemporary);
     std::swap(myFlags, other.myFlags);
     std::swap(myPendingTime, other.myPendingTime);
+    std::swap(myKeyTimes, other.myKeyTimes);
+    myManager = managerOf(myCollection);
+    other.myManager = managerOf(other.myCollection);
     initializeSegmentParents();
     other.initializeSegmentParents();
 }

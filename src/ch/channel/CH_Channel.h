@@ -11,6 +11,7 @@
 #include <ut/UT_ThreadSlots.h>
 
 #include <cstdint>
+#include <vector>
 
 class CH_Collection;
 class CH_Manager;
@@ -41,7 +42,7 @@ public:
 
     // ---- Identity --------------------------------------------------------------
     CH_Collection *getCollection() const { return myCollection; }
-    CH_Manager *getManager() const;
+    CH_Manager *getManager() const { return myManager; }
     float getTolerance() const;
     const char *getName() const { return myName; }
     void setName(const char *name) { myName = name; }
@@ -237,6 +238,7 @@ private:
     template <typename Work> auto withContext(CH_Segment *s, float t, int thread, Work work);
 
     CH_Collection *myCollection;
+    CH_Manager *myManager; ///< the collection's (or the current one)
     UT_String myName;
     UT_String myAlias;
     CH_ChannelBehavior myLeftBehavior = CH_CHANNEL_EXTEND;
@@ -253,6 +255,9 @@ private:
     std::uint8_t myFlags = 0;
     float myPendingTime;
     mutable UT_ThreadSlots<chEvalSlot> myEvalSlots;
+    /// Start of each list segment, then the length: segment lookup searches
+    /// these contiguous times. Kept by adjustSegmentTimes().
+    std::vector<float> myKeyTimes;
 };
 
 #endif

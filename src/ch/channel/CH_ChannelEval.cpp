@@ -31,12 +31,12 @@ int CH_Channel::getSegmentIdx(float t) const
     if (n == 0)
         return 0;
     float tol = getTolerance();
+    const float *key = myKeyTimes.data(); // segment i spans key[i] .. key[i + 1]
     int lo = 0, hi = n - 1;
     while (hi - lo > 1)
     {
         int mid = (lo + hi) / 2;
-        const CH_Segment *s = mySegments(mid);
-        float start = s->getStart(), end = s->getEnd();
+        float start = key[mid], end = key[mid + 1];
         if (start <= t + tol && end >= t - tol)
         {
             if (std::fabs(end - t) > tol)
@@ -49,7 +49,7 @@ int CH_Channel::getSegmentIdx(float t) const
         else
             hi = mid;
     }
-    return mySegments(hi)->getStart() - t > tol ? lo : hi;
+    return key[hi] - t > tol ? lo : hi;
 }
 
 CH_Segment *CH_Channel::getSegment(float t) const
@@ -178,18 +178,25 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 {
     if (thread <= 0)
         thread = UT_Thread::getMySequentialThreadIndex();
-    chEvalSlot &sl = slot(thread);
-    CH_Channel *prev_channel = nullptr;
-    const char *prev_name = nullptr;
+    // Save, set and restore the three per-thread contexts: this channel's
+    // slot, the collection's evaluation channel, the manager's collection.
+    CH_Collection::chEvalSlot *collection_slot = nullptr;
+    CH_Collection::chEvalSlot saved_collection;
     if (myCollection)
-        myCollection->setEvalChannel(this, myName, prev_channel, prev_name, thread);
-    CH_Manager *mgr = getManager();
-    CH_Collection *prev_collection = mgr->getEvalCollection(thread);
-    mgr->setEvalCollection(myCollection, thread);
-    CH_ScriptAccessManager *access = mgr->getAccessManager(thread);
+    {
+        collection_slot = &myCollection->myEvalSlots.get(thread);
+        saved_collection = *collection_slot;
+        collection_slot->channel = this;
+        collection_slot->name = myName;
+    }
+    CH_Collection *&manager_slot = myManager->evalCollectionRef(thread);
+    CH_Collection *saved_manager = manager_slot;
+    manager_slot = myCollection;
+    CH_ScriptAccessManager *access = myManager->getAccessManager(thread);
     if (access)
         access->pushChEvalContext();
 
+    chEvalSlot &sl = slot(thread);
     chEvalSlot saved = sl;
     sl.time = t;
     sl.segment = s;
@@ -198,9 +205,9 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 
     if (access)
         access->popChEvalContext();
-    mgr->setEvalCollection(prev_collection, thread);
-    if (myCollection)
-        myCollection->setEvalChannel(prev_channel, thread, prev_name);
+    manager_slot = saved_manager;
+    if (collection_slot)
+        *collection_slot = saved_collection;
     return result;
 }
 

@@ -156,8 +156,7 @@ void CH_Segment::setSplineKnots(const UT_Vector3 *knots, int n)
 
 CH_Manager *CH_Segment::getManager() const
 {
-    CH_Collection *c = myChannel ? myChannel->getCollection() : nullptr;
-    CH_Manager *mgr = c ? c->getManager() : nullptr;
+    CH_Manager *mgr = myChannel ? myChannel->getManager() : nullptr;
     return mgr ? mgr : CH_Manager::getContext();
 }
 

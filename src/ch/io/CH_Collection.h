@@ -117,6 +117,8 @@ public:
     const char *getEvalChannelName() const { return myEvalChannelName; }
 
 private:
+    friend class CH_Channel; // saves and restores its evaluation slot directly
+
     struct chEvalSlot
     {
         CH_Channel *channel = nullptr;
