@@ -230,10 +230,10 @@ std::unique_ptr<evProgram> evCompile(const char *text, unsigned &flags, int thre
     }
     evCompiler compiler(ast, *prog, flags, thread);
     if (!compiler.compile(ast.root)) {
-        evProgram failed;
-        failed.compileError = compiler.error();
-        *prog = std::move(failed);
-        return prog;
+        // A failed program keeps nothing of what was compiled.
+        auto failed = std::make_unique<evProgram>();
+        failed->compileError = compiler.error();
+        return failed;
     }
     prog->code.push_back({evOp::END, 0});
     prog->finish();

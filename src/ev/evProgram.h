@@ -26,6 +26,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <cstring>
 #include <vector>
 
 class EV_FUNCTION;
@@ -76,6 +77,11 @@ struct evBinding
 class evProgram
 {
 public:
+    evProgram() = default;
+    // The pointers below may point into this object: never copied or moved.
+    evProgram(const evProgram &) = delete;
+    evProgram &operator=(const evProgram &) = delete;
+
     std::vector<evInstr> code;
     std::vector<double> numbers;
     std::vector<std::string> strings;
@@ -96,6 +102,18 @@ public:
         numberPtr = numbers.data();
         bindingPtr = bindings.data();
         callPtr = calls.data();
+        // Short programs (a literal, a variable, a call) run from a copy
+        // inside the program object, one cache line away from the fields the
+        // evaluator reads first, instead of from two more allocations.
+        std::size_t code_bytes = code.size() * sizeof(evInstr);
+        std::size_t number_bytes = numbers.size() * sizeof(double);
+        if (code_bytes + number_bytes <= sizeof(mySmall))
+        {
+            std::memcpy(mySmall, numbers.data(), number_bytes);
+            std::memcpy(mySmall + number_bytes, code.data(), code_bytes);
+            numberPtr = reinterpret_cast<const double *>(mySmall);
+            codePtr = reinterpret_cast<const evInstr *>(mySmall + number_bytes);
+        }
     }
     // The arrays' data, read once here rather than through each vector in
     // the evaluation loop.
@@ -103,6 +121,7 @@ public:
     const double *numberPtr = nullptr;
     const evBinding *bindingPtr = nullptr;
     const evCallSite *callPtr = nullptr;
+    alignas(double) unsigned char mySmall[64];
     static constexpr int theFloatStack = 32;
     static constexpr int theInlineArgs = 8;
 

@@ -135,7 +135,7 @@ CH_Segment::~CH_Segment()
 void CH_Segment::setExpressionText(const char *text, CH_ExprLanguage language)
 {
     if (!myExpression)
-        myExpression = std::make_unique<CH_Expression>(text, language);
+        myExpression.emplace(text, language);
     else
         myExpression->setExpression(text, language);
 }
@@ -292,7 +292,7 @@ bool CH_Segment::usesFlagRefreshed(bool (CH_Expression::*query)() const) const
     if (!myExpression)
         return false;
     updateExprFlags();
-    return (myExpression.get()->*query)();
+    return ((*myExpression).*query)();
 }
 
 void CH_Segment::updateExprFlags() const

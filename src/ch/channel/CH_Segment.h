@@ -4,15 +4,16 @@
 #include <ch/channel/CH_SegmentFlags.h>
 #include <ch/channel/CH_ValueTypes.h>
 #include <ch/expr/CH_ExprLanguage.h>
+#include <ch/expr/CH_Expression.h>
 
 #include <ut/UT_String.h>
 #include <ut/UT_Vector3.h>
 
 #include <deque>
 #include <memory>
+#include <optional>
 
 class CH_Channel;
-class CH_Expression;
 class CH_Manager;
 class CH_TimeGroup;
 
@@ -101,7 +102,10 @@ public:
     void lockLength(int on) { myFlags.set(CH_SegmentFlags::LENGTH_LOCKED, on != 0); }
 
     // ---- Expression ------------------------------------------------------------
-    CH_Expression *getCHExpr() const { return myExpression.get(); }
+    CH_Expression *getCHExpr() const
+    {
+        return myExpression ? const_cast<CH_Expression *>(&*myExpression) : nullptr;
+    }
     /// The expression's text; null without an expression.
     const char *getExpression() const;
     CH_ExprLanguage getExprLanguage() const;
@@ -207,7 +211,8 @@ private:
     void recook(float *out, int count, int thread);
 
     CH_SegmentFlags myFlags;
-    std::unique_ptr<CH_Expression> myExpression;
+    /// Held inline: evaluation reaches it without another pointer.
+    std::optional<CH_Expression> myExpression;
     std::deque<float> myCache;
     int myFirstCachedSample = 0;
     std::unique_ptr<UT_Vector3[]> myKnots;

@@ -28,8 +28,9 @@ int saturatedFloor(double x)
 
 float CH_Segment::evaluate(float t, bool, int thread)
 {
-    CH_Manager *mgr = getManager();
-    if (mgr && mgr->getSegCacheStatus() && myChannel && myChannel->isCacheEnabled() && !isCooking())
+    // The channel's flag first: it is off unless a range is being cached.
+    if (myChannel && myChannel->isCacheEnabled() && !isCooking() &&
+        myChannel->getManager()->getSegCacheStatus())
         return evaluateFromCache(t, thread);
     return myExpression ? myExpression->evaluate(thread) : 0.0f;
 }
