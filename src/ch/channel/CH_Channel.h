@@ -212,6 +212,7 @@ private:
     };
     void setFlag(std::uint8_t bit, bool on) { myFlags = on ? (myFlags | bit) : (myFlags & ~bit); }
     void setPending(bool on, float local_time);
+    int findSegmentIdx(float local_time, float tol) const;
 
     void appendSegment(CH_Segment *s);
     void insertSegment(CH_Segment *s, unsigned index);

@@ -25,12 +25,16 @@ constexpr float theSlopeFactor = 999.99994f; // 0x4479FFFF
 
 int CH_Channel::getSegmentIdx(float t) const
 {
+    return findSegmentIdx(t, getTolerance());
+}
+
+int CH_Channel::findSegmentIdx(float t, float tol) const
+{
     int n = mySegments.entries();
     if (myEndSegment && t >= myLength)
         return n;
     if (n == 0)
         return 0;
-    float tol = getTolerance();
     const float *key = myKeyTimes.data(); // segment i spans key[i] .. key[i + 1]
     int lo = 0, hi = n - 1;
     while (hi - lo > 1)
@@ -322,7 +326,8 @@ float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
     if (t < -tol)
         return evaluateOutside(t, true, ignore_disabled, thread);
     if (t - myLength < -tol)
-        return evaluateSegment(getSegment(t), t, false, thread);
+        return evaluateSegment(getSegment(static_cast<unsigned>(findSegmentIdx(t, tol))), t, false,
+                               thread);
     return evaluateOutside(t, false, ignore_disabled, thread);
 }
 
