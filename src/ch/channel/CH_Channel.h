@@ -213,6 +213,9 @@ private:
     void setFlag(std::uint8_t bit, bool on) { myFlags = on ? (myFlags | bit) : (myFlags & ~bit); }
     void setPending(bool on, float local_time);
     int findSegmentIdx(float local_time, float tol) const;
+    /// The same, trying the hinted index first and updating the hint.
+    int findSegmentIdx(float local_time, float tol, int *hint) const;
+    float evaluateWithHint(float global_time, bool ignore_disabled, int thread, int *hint);
 
     void appendSegment(CH_Segment *s);
     void insertSegment(CH_Segment *s, unsigned index);

@@ -300,6 +300,29 @@ float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int 
 
 float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
 {
+    return evaluateWithHint(global_time, ignore_disabled, thread, nullptr);
+}
+
+int CH_Channel::findSegmentIdx(float t, float tol, int *hint) const
+{
+    // A time well inside the hinted segment (more than the tolerance from
+    // both its keys) is found there by the search as well: the search only
+    // stops elsewhere within the tolerance of another segment.
+    if (hint)
+    {
+        int h = *hint;
+        if (h >= 0 && h + 1 < static_cast<int>(myKeyTimes.size()) && myKeyTimes[h] + tol < t &&
+            t < myKeyTimes[h + 1] - tol)
+            return h;
+    }
+    int i = findSegmentIdx(t, tol);
+    if (hint)
+        *hint = i;
+    return i;
+}
+
+float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int thread, int *hint)
+{
     float t = global_time - myStart;
     float tol = getTolerance();
     CH_Segment *d = nullptr;
@@ -326,8 +349,8 @@ float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
     if (t < -tol)
         return evaluateOutside(t, true, ignore_disabled, thread);
     if (t - myLength < -tol)
-        return evaluateSegment(getSegment(static_cast<unsigned>(findSegmentIdx(t, tol))), t, false,
-                               thread);
+        return evaluateSegment(getSegment(static_cast<unsigned>(findSegmentIdx(t, tol, hint))), t,
+                               false, thread);
     return evaluateOutside(t, false, ignore_disabled, thread);
 }
 
@@ -348,12 +371,13 @@ void CH_Channel::evaluate(float from, float to, float *out, int count, bool igno
     if (go)
     {
         std::uint8_t counter = 0;
+        int hint = -1; // consecutive samples mostly fall in one segment
         for (int i = 0; i < count; ++i)
         {
             float t = static_cast<float>(i) * step + from;
             if (mgr)
                 mgr->setEvaluateTime(t, thread);
-            out[i] = evaluate(t, ignore_disabled, thread);
+            out[i] = evaluateWithHint(t, ignore_disabled, thread, &hint);
             if (counter++ == 0 && interrupt->opInterrupt(static_cast<int>(100LL * i / count)))
             {
                 for (int j = i + 1; j < count; ++j)
