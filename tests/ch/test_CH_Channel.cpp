@@ -200,12 +200,14 @@ TEST_F(CHChannel, RangeEvaluationAndInterruption)
     // agree with evaluating each time alone, also around keys closer than
     // the tolerance and for samples landing on keys.
     float tol = mgr.getTolerance();
-    chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "$LIT"}, {1, 0, 0, 0, "$LIT"}, {1 + tol / 3, 0, 0, 0, "$LIT"},
-                                      {1.5f, 0, 0, 0, "$LIT"}, {2.25f, 0, 0, 0, "$LIT"}, {3, 0, 0, 0, "$IV"}});
+    // The sample at 1 lies within the tolerance before the key at 1 + tol/2.
+    chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "$LIT"}, {1 + tol / 2, 0, 0, 0, "$LIT"},
+                                      {1 + tol, 0, 0, 0, "$LIT"}, {1.5f, 0, 0, 0, "$LIT"},
+                                      {2.25f, 0, 0, 0, "$LIT"}, {3, 0, 0, 0, "$IV"}});
     std::vector<float> range(301);
-    obj.evaluate(ch, -0.5f, 3.5f, range.data(), 301, false, false, 0);
+    obj.evaluate(ch, 0.0f, 3.0f, range.data(), 301, false, false, 0);
     for (int i = 0; i < 301; ++i)
-        ASSERT_EQ(range[i], at(i * (4.0f / 300) - 0.5f)) << i;
+        ASSERT_EQ(range[i], at(i * (3.0f / 300))) << i;
     chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, LIN}, {10, 10, 0, 0, LIN}, {20, 30, 0, 0, "$IV"}});
 
     // Interrupted at the poll of sample 256: the rest is zero.
