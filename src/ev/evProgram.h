@@ -82,19 +82,29 @@ public:
     evProgram(const evProgram &) = delete;
     evProgram &operator=(const evProgram &) = delete;
 
+    // What every evaluation reads comes first, together with the copy of a
+    // short program, so that one or two cache lines serve it.
+    int compileError = 0; ///< engine error number; 0 when compiled
+    /// True when the program can run on the float-only evaluator; set by
+    /// finish() after compiling (and again when bindings change).
+    bool floatOnly = false;
+    bool usesStrings = false; ///< anything that may make or need a string
+    int maxStack = 0;
+    int maxArgs = 0;
+    // The arrays' data, read once here rather than through each vector in
+    // the evaluation loop.
+    const evInstr *codePtr = nullptr;
+    const double *numberPtr = nullptr;
+    const evBinding *bindingPtr = nullptr;
+    const evCallSite *callPtr = nullptr;
+    alignas(double) unsigned char mySmall[64];
+
     std::vector<evInstr> code;
     std::vector<double> numbers;
     std::vector<std::string> strings;
     std::vector<evBinding> bindings;
     std::vector<evCallSite> calls;
-    int maxStack = 0;
-    int maxArgs = 0;
-    int compileError = 0; ///< engine error number; 0 when compiled
-    bool usesStrings = false; ///< anything that may make or need a string
 
-    /// True when the program can run on the float-only evaluator; set by
-    /// finish() after compiling (and again when bindings change).
-    bool floatOnly = false;
     void finish()
     {
         floatOnly = !usesStrings && maxStack <= theFloatStack && maxArgs <= theInlineArgs;
@@ -103,8 +113,7 @@ public:
         bindingPtr = bindings.data();
         callPtr = calls.data();
         // Short programs (a literal, a variable, a call) run from a copy
-        // inside the program object, one cache line away from the fields the
-        // evaluator reads first, instead of from two more allocations.
+        // inside the program object instead of from two more allocations.
         std::size_t code_bytes = code.size() * sizeof(evInstr);
         std::size_t number_bytes = numbers.size() * sizeof(double);
         if (code_bytes + number_bytes <= sizeof(mySmall))
@@ -115,13 +124,6 @@ public:
             codePtr = reinterpret_cast<const evInstr *>(mySmall + number_bytes);
         }
     }
-    // The arrays' data, read once here rather than through each vector in
-    // the evaluation loop.
-    const evInstr *codePtr = nullptr;
-    const double *numberPtr = nullptr;
-    const evBinding *bindingPtr = nullptr;
-    const evCallSite *callPtr = nullptr;
-    alignas(double) unsigned char mySmall[64];
     static constexpr int theFloatStack = 32;
     static constexpr int theInlineArgs = 8;
 

@@ -210,27 +210,29 @@ private:
     void clearCache();
     void recook(float *out, int count, int thread);
 
+    // What evaluation reads comes first, in the first cache line or two;
+    // the sample cache and knots, rarely used, come last.
     CH_SegmentFlags myFlags;
+    CH_Channel *myChannel = nullptr;
     /// Held inline: evaluation reaches it without another pointer.
     std::optional<CH_Expression> myExpression;
-    std::deque<float> myCache;
-    int myFirstCachedSample = 0;
-    std::unique_ptr<UT_Vector3[]> myKnots;
-    int myNKnots = 0;
     float myInValue = 0.0f;
     float myOutValue = 0.0f;
     float myInSlope = 0.0f;
     float myOutSlope = 0.0f;
     float myInAccel = 0.0f;
     float myOutAccel = 0.0f;
-    CH_TimeGroup *myTimeGroup = nullptr;
     float myLength = 0.0f;
     float myILength = 1e8f;
     float myStart = 0.0f;
     float myEnd = 0.0f;
-    CH_Channel *myChannel = nullptr;
     CH_Segment *myPrev = nullptr;
     CH_Segment *myNext = nullptr;
+    CH_TimeGroup *myTimeGroup = nullptr;
+    std::unique_ptr<UT_Vector3[]> myKnots;
+    int myNKnots = 0;
+    int myFirstCachedSample = 0;
+    std::deque<float> myCache;
 };
 
 #endif
