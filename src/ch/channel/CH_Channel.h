@@ -153,6 +153,10 @@ public:
     void evaluateString(UT_String &result, float global_time, int thread = 0);
     void evaluateStringSegment(UT_String &result, CH_Segment *s, float local_time, bool extend,
                                int thread);
+    /// The segment's value at a global time and its slope there: exact for
+    /// the plain interpolation functions, otherwise a one-sided difference
+    /// over a hundredth of the segment inside it.
+    void sampleValueSlope(CH_Segment *s, float global_time, int thread, float &value, float &slope);
 
     // ---- Pending value -----------------------------------------------------------
     bool isPending() const { return myFlags & thePending; }

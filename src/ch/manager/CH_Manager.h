@@ -206,6 +206,21 @@ public:
     /// The define of a name, or null.
     const CH_ExprDefine *findExpressionDefine(const char *name) const;
 
+    // ---- Match, repeat and cycle functions --------------------------------------
+    // Called by the expression functions of the same names; each reads the
+    // thread's evaluation segment and gives 0 without one.
+    float evalMatchFunc(int thread);
+    float evalMatchinFunc(int thread);
+    float evalMatchoutFunc(int thread);
+    float evalVmatchFunc(int thread);
+    float evalVmatchinFunc(int thread);
+    float evalVmatchoutFunc(int thread);
+    /// first and last are frame positions; the ...t forms take times.
+    float evalRepeatFunc(float first, float last, int thread);
+    float evalRepeattFunc(float first, float last, int thread);
+    float evalCycleFunc(float first, float last, int thread);
+    float evalCycletFunc(float first, float last, int thread);
+
     // ---- References (the host overrides these) -------------------------------
     virtual CH_Channel *getChRefChannel(const CH_ChannelRef &ref) const;
     virtual bool isOwnerExposed(const CH_ChannelRef &ref) const;

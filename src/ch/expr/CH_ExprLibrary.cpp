@@ -1,0 +1,87 @@
+#include "CH_ExprLibrary.h"
+
+#include <ch/expr/CH_Expression.h>
+
+#include <ev/EV_Function.h>
+#include <ev/EV_Symbol.h>
+
+#include <ut/UT_Noise.h>
+
+namespace {
+
+// Time dependence and key usage (and bit 16): what "eval" hands on from
+// the text it evaluated to the expression that called it.
+constexpr unsigned theUsageBits = 0x2f8000u;
+
+// The engine ORs a function record's flags into its caller after each call,
+// so the record carries the evaluated text's bits back to the caller.
+template <typename Evaluate>
+void evaluateText(EV_FUNCTION *func, const char *text, Evaluate evaluate)
+{
+    CH_Expression expr(text, CH_ORVISH);
+    func->setUserFlags(func->getUserFlags() & ~theUsageBits);
+    evaluate(expr);
+    func->setUserFlags((func->getUserFlags() & ~theUsageBits) |
+                       (expr.getExpressionFlag() & theUsageBits));
+}
+
+// The two shared generators: gradient noise, and cellular noise for the
+// s-prefixed functions. Seed 0 both; made on first use.
+const UT_Noise &noiseOf(int type)
+{
+    static const UT_Noise theGradient(0, UT_Noise::PERLIN);
+    static const UT_Noise theCellular(0, UT_Noise::CELLULAR);
+    return type ? theCellular : theGradient;
+}
+
+float turbulence(int type, EV_SYMBOL **args, int depth)
+{
+    return noiseOf(type).turbulence(static_cast<float>(args[0]->getFloat()),
+                                    static_cast<float>(args[1]->getFloat()),
+                                    static_cast<float>(args[2]->getFloat()), depth, 0.5f, 1.0f);
+}
+
+int depthArg(EV_SYMBOL *arg)
+{
+    double d = arg->getFloat();
+    // Saturating conversion: the generator clamps the octave count anyway.
+    if (!(d > -1e6))
+        return 0;
+    return d > 1e6 ? 1000000 : static_cast<int>(d);
+}
+
+} // namespace
+
+void chEvalFunction(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
+{
+    float value = 0.0f;
+    evaluateText(func, args[0]->getString(), [&](CH_Expression &e) { value = e.evaluate(thread); });
+    result->setFloat(value);
+}
+
+void chEvalsFunction(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
+{
+    UT_String value;
+    evaluateText(func, args[0]->getString(), [&](CH_Expression &e) { e.evaluateString(value, thread); });
+    result->setString(value.c_str());
+}
+
+void chNoiseFunction(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int)
+{
+    result->setFloat(turbulence(0, args, 0));
+}
+
+void chTurbFunction(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int)
+{
+    result->setFloat(turbulence(0, args, depthArg(args[3])));
+}
+
+void chSnoiseFunction(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int)
+{
+    result->setFloat(turbulence(1, args, 0));
+}
+
+void chSturbFunction(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int)
+{
+    result->setFloat(turbulence(1, args, depthArg(args[3])));
+}
