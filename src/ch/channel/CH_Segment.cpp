@@ -428,51 +428,6 @@ void CH_Segment::normalizeAccels()
     }
 }
 
-void CH_Segment::setInAccel(float a, bool propagate)
-{
-    if (a == myInAccel)
-        return;
-    float old = myInAccel;
-    myInAccel = a;
-    clampAccel(myInAccel, myInSlope, myLength, getTolerance());
-    if (myInAccel == old)
-        return;
-    setModified(1);
-    if (!propagate || !isInAccelTied())
-        return;
-    if (myPrev)
-    {
-        // Tied accels keep their proportion rather than their length.
-        float ratio = myInAccel / old;
-        if (std::isfinite(ratio))
-            myPrev->setOutAccel(ratio * myPrev->myOutAccel, false);
-    }
-    else if (isEndSegment())
-        setOutAccel(a, false);
-}
-
-void CH_Segment::setOutAccel(float a, bool propagate)
-{
-    if (a == myOutAccel)
-        return;
-    float old = myOutAccel;
-    myOutAccel = a;
-    clampAccel(myOutAccel, myOutSlope, myLength, getTolerance());
-    if (myOutAccel == old)
-        return;
-    setModified(1);
-    if (!propagate || !isOutAccelTied())
-        return;
-    if (myNext)
-    {
-        float ratio = myOutAccel / old;
-        if (std::isfinite(ratio))
-            myNext->setInAccel(ratio * myNext->myInAccel, false);
-    }
-    else if (isEndSegment())
-        setInAccel(a, false);
-}
-
 // ---- Values and slopes ---------------------------------------------------------
 
 void CH_Segment::holdLastKey(float value, bool propagate)
@@ -494,89 +449,102 @@ void CH_Segment::afterValueSet(float value, bool propagate)
         holdLastKey(value, propagate);
 }
 
-void CH_Segment::setInValue(float v, bool propagate)
+// One side's numbers and tie bits, and the segment across its key, so that
+// the in and out setters share one body.
+struct CH_Segment::chSide
 {
-    if (v != myInValue)
+    float &value;
+    float &slope;
+    float &accel;
+    unsigned valueTie, slopeTie, accelTie;
+    CH_Segment *neighbour;
+    bool in;
+};
+
+CH_Segment::chSide CH_Segment::side(bool in)
+{
+    if (in)
+        return {myInValue, myInSlope, myInAccel, CH_SegmentFlags::IN_VALUE_TIED,
+                CH_SegmentFlags::IN_SLOPE_TIED, CH_SegmentFlags::IN_ACCEL_TIED, myPrev, true};
+    return {myOutValue, myOutSlope, myOutAccel, CH_SegmentFlags::OUT_VALUE_TIED,
+            CH_SegmentFlags::OUT_SLOPE_TIED, CH_SegmentFlags::OUT_ACCEL_TIED, myNext, false};
+}
+
+void CH_Segment::setSideValue(bool in, float v, bool propagate)
+{
+    chSide sd = side(in);
+    if (v != sd.value)
     {
-        myInValue = v;
+        sd.value = v;
         setModified(1);
     }
-    if (propagate && isInValueTied())
+    if (propagate && myFlags.has(sd.valueTie))
     {
-        if (myPrev)
-            myPrev->setOutValue(v, false);
+        if (sd.neighbour)
+            sd.neighbour->setSideValue(!in, v, false);
         else if (std::fabs(myLength) <= 1e-5f)
-            setOutValue(v, false);
+            setSideValue(!in, v, false);
     }
     afterValueSet(v, propagate);
 }
 
-void CH_Segment::setOutValue(float v, bool propagate)
+void CH_Segment::setSideSlope(bool in, float s, bool propagate, float k)
 {
-    if (v != myOutValue)
-    {
-        myOutValue = v;
-        setModified(1);
-    }
-    if (propagate && isOutValueTied())
-    {
-        if (myNext)
-            myNext->setInValue(v, false);
-        else if (std::fabs(myLength) <= 1e-5f)
-            setInValue(v, false);
-    }
-    afterValueSet(v, propagate);
-}
-
-void CH_Segment::setInSlope(float s, bool propagate, float k)
-{
+    chSide sd = side(in);
     s = clampSlope(s);
     if (k != 0.0f && isInAccelUsed())
     {
+        // The handle keeps its look under the value scale.
         double den = slopeScaleFactor(k, s);
-        double factor = den == 0.0 ? 1.0 : slopeScaleFactor(k, myInSlope) / den;
-        myInAccel = static_cast<float>(myInAccel * factor);
+        double factor = den == 0.0 ? 1.0 : slopeScaleFactor(k, sd.slope) / den;
+        sd.accel = static_cast<float>(sd.accel * factor);
     }
-    if (s != myInSlope)
+    if (s != sd.slope)
     {
-        myInSlope = s;
+        sd.slope = s;
         setModified(1);
     }
-    clampInAccel();
-    if (propagate && isInSlopeTied())
+    in ? clampInAccel() : clampOutAccel();
+    if (propagate && myFlags.has(sd.slopeTie))
     {
-        if (myPrev)
-            myPrev->setOutSlope(s, false, k);
+        if (sd.neighbour)
+            sd.neighbour->setSideSlope(!in, s, false, k);
         else if (std::fabs(myLength) <= 1e-5f)
-            setOutSlope(s, false, 0.0f);
+            setSideSlope(!in, s, false, 0.0f);
     }
     afterValueSet(myInValue, propagate);
 }
 
-void CH_Segment::setOutSlope(float s, bool propagate, float k)
+void CH_Segment::setSideAccel(bool in, float a, bool propagate)
 {
-    s = clampSlope(s);
-    if (k != 0.0f && isInAccelUsed())
+    chSide sd = side(in);
+    if (a == sd.accel)
+        return;
+    float old = sd.accel;
+    sd.accel = a;
+    clampAccel(sd.accel, sd.slope, myLength, getTolerance());
+    if (sd.accel == old)
+        return;
+    setModified(1);
+    if (!propagate || !myFlags.has(sd.accelTie))
+        return;
+    if (sd.neighbour)
     {
-        double den = slopeScaleFactor(k, s);
-        double factor = den == 0.0 ? 1.0 : slopeScaleFactor(k, myOutSlope) / den;
-        myOutAccel = static_cast<float>(myOutAccel * factor);
+        // Tied accels keep their proportion rather than their length.
+        float ratio = sd.accel / old;
+        if (std::isfinite(ratio))
+            sd.neighbour->setSideAccel(!in, ratio * sd.neighbour->side(!in).accel, false);
     }
-    if (s != myOutSlope)
-    {
-        myOutSlope = s;
-        setModified(1);
-    }
-    clampOutAccel();
-    if (propagate && isOutSlopeTied())
-    {
-        if (myNext)
-            myNext->setInSlope(s, false, k);
-        else if (std::fabs(myLength) <= 1e-5f)
-            setInSlope(s, false, 0.0f);
-    }
-    afterValueSet(myInValue, propagate);
+    else if (isEndSegment())
+        setSideAccel(!in, a, false);
 }
+
+void CH_Segment::setInValue(float v, bool propagate) { setSideValue(true, v, propagate); }
+void CH_Segment::setOutValue(float v, bool propagate) { setSideValue(false, v, propagate); }
+void CH_Segment::setInSlope(float s, bool propagate, float k) { setSideSlope(true, s, propagate, k); }
+void CH_Segment::setOutSlope(float s, bool propagate, float k) { setSideSlope(false, s, propagate, k); }
+void CH_Segment::setInAccel(float a, bool propagate) { setSideAccel(true, a, propagate); }
+void CH_Segment::setOutAccel(float a, bool propagate) { setSideAccel(false, a, propagate); }
 
 float CH_Segment::getValue(bool in, CH_ValueTypes kind) const
 {

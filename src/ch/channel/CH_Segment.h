@@ -195,6 +195,11 @@ public:
 private:
     friend class CH_Channel;
 
+    struct chSide;
+    chSide side(bool in);
+    void setSideValue(bool in, float v, bool propagate);
+    void setSideSlope(bool in, float s, bool propagate, float k);
+    void setSideAccel(bool in, float a, bool propagate);
     void initDefaults();
     void checkExpression();
     void setExpressionText(const char *text, CH_ExprLanguage language);

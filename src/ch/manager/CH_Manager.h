@@ -402,6 +402,7 @@ private:
     void sendScopeEvents(unsigned bits);
     void collectExposed(UT_RefArray<CH_ChannelRef> &refs, unsigned mask) const;
     void orIntoAll(unsigned bit, bool send);
+    void clearExposedBit(unsigned bit, bool send);
     CH_ChannelRefHashTable myScopeTable;
     UT_PtrArray<CH_Channel *> mySortedScoped;
     bool mySortedScopedValid = false;
@@ -432,6 +433,9 @@ private:
     chGlobalParam *lookupGlobalParam(const char *name, CH_Collection *collection) const;
     chGlobalParam *createGlobalParam(const char *name, CH_Collection *owner);
     template <typename Store> int setGlobalParam(const char *name, CH_Collection *owner, Store store);
+    template <typename Read>
+    void readGlobalParam(const char *name, CH_Collection *collection, int thread,
+                         bool add_dependency, Read read);
     std::unordered_map<chGlobalParamKey, std::unique_ptr<chGlobalParam>, chGlobalParamKeyHash> myGlobalParams;
     mutable chGlobalParam *myLastGlobalParam = nullptr;
     mutable std::mutex myGlobalParamLock;

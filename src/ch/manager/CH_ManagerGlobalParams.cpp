@@ -118,8 +118,9 @@ void addDependent(std::vector<CH_Collection *> &dependents, CH_Collection *c, bo
 
 } // namespace
 
-void CH_Manager::getGlobalParamF(const char *name, CH_Collection *collection, float &value,
-                                 float default_value, int thread, bool add_dependency)
+template <typename Read>
+void CH_Manager::readGlobalParam(const char *name, CH_Collection *collection, int thread,
+                                 bool add_dependency, Read read)
 {
     CH_Collection *dependent = add_dependency ? getEvalCollection(thread) : nullptr;
     bool added = false;
@@ -127,41 +128,42 @@ void CH_Manager::getGlobalParamF(const char *name, CH_Collection *collection, fl
         std::lock_guard<std::mutex> lock(myGlobalParamLock);
         name = name ? name : "";
         chGlobalParam *p = lookupGlobalParam(name, collection);
-        if (!p)
-        {
+        bool created = !p;
+        if (created)
             p = createGlobalParam(name, collection);
-            p->fval = default_value;
-            p->hasFloat = true;
-        }
-        value = p->hasFloat ? p->fval : default_value;
+        read(*p, created);
         if (dependent)
             addDependent(p->dependents, dependent, added);
     }
+    // Outside the lock: the collection may read parameters when told.
     if (added)
         dependent->addedParamDependency();
+}
+
+void CH_Manager::getGlobalParamF(const char *name, CH_Collection *collection, float &value,
+                                 float default_value, int thread, bool add_dependency)
+{
+    readGlobalParam(name, collection, thread, add_dependency, [&](chGlobalParam &p, bool created) {
+        if (created)
+        {
+            p.fval = default_value;
+            p.hasFloat = true;
+        }
+        value = p.hasFloat ? p.fval : default_value;
+    });
 }
 
 void CH_Manager::getGlobalParamS(const char *name, CH_Collection *collection, UT_String &value,
                                  const char *default_value, int thread, bool add_dependency)
 {
-    CH_Collection *dependent = add_dependency ? getEvalCollection(thread) : nullptr;
-    bool added = false;
-    {
-        std::lock_guard<std::mutex> lock(myGlobalParamLock);
-        name = name ? name : "";
-        chGlobalParam *p = lookupGlobalParam(name, collection);
-        if (!p)
+    readGlobalParam(name, collection, thread, add_dependency, [&](chGlobalParam &p, bool created) {
+        if (created)
         {
-            p = createGlobalParam(name, collection);
-            p->sval = default_value;
-            p->hasString = true;
+            p.sval = default_value;
+            p.hasString = true;
         }
-        value = p->hasString ? p->sval.c_str() : default_value;
-        if (dependent)
-            addDependent(p->dependents, dependent, added);
-    }
-    if (added)
-        dependent->addedParamDependency();
+        value = p.hasString ? p.sval.c_str() : default_value;
+    });
 }
 
 void CH_Manager::dirtyOrphanGlobalParamDependents(const char *name, CH_Collection *collection,

@@ -295,22 +295,23 @@ void CH_Manager::pinAllScopedChannels(bool send)
     orIntoAll(CH_FLAG_PINNED, send);
 }
 
-void CH_Manager::clearDisplayedChannels(bool send)
+void CH_Manager::clearExposedBit(unsigned bit, bool send)
 {
     UT_RefArray<CH_ChannelRef> refs;
-    collectExposed(refs, CH_FLAG_DISPLAYED);
+    collectExposed(refs, bit);
     for (const CH_ChannelRef &ref : refs)
-        *myScopeTable.find(ref) &= ~CH_FLAG_DISPLAYED;
-    signalScope(CH_FLAG_DISPLAYED, send);
+        *myScopeTable.find(ref) &= ~bit;
+    signalScope(bit, send);
+}
+
+void CH_Manager::clearDisplayedChannels(bool send)
+{
+    clearExposedBit(CH_FLAG_DISPLAYED, send);
 }
 
 void CH_Manager::clearSelectedChannels(bool send)
 {
-    UT_RefArray<CH_ChannelRef> refs;
-    collectExposed(refs, CH_FLAG_SELECTED);
-    for (const CH_ChannelRef &ref : refs)
-        *myScopeTable.find(ref) &= ~CH_FLAG_SELECTED;
-    signalScope(CH_FLAG_SELECTED, send);
+    clearExposedBit(CH_FLAG_SELECTED, send);
 }
 
 void CH_Manager::displaySelectedScopedChannels(bool send)
