@@ -248,9 +248,9 @@ TEST_F(CHInterp, QlinearTripleIsTheSlerpOfTheEndRotations)
 {
     const UT_Vector3 a(10, 80, -30), b(120, -20, 60);
     CH_Channel *r[3] = {obj.addChannel("rx"), obj.addChannel("ry"), obj.addChannel("rz")};
-    for (int i = 0; i < 3; ++i)
-        keys(r[i], {{0, a[i], 0, 0, "qlinear()"}, {2, b[i], 0, 0, "qlinear()"}});
-    UT_Vector3 mid(at(r[0], 1), at(r[1], 1), at(r[2], 1));
+    for (int i = 0; i < 3; ++i) // from time 1: siblings are read at global times
+        keys(r[i], {{1, a[i], 0, 0, "qlinear()"}, {3, b[i], 0, 0, "qlinear()"}});
+    UT_Vector3 mid(at(r[0], 2), at(r[1], 2), at(r[2], 2));
     EXPECT_TRUE(chMatrix(mid, UT_XformOrder::XYZ).isEqual(chHalfway(a, b, UT_XformOrder::XYZ), 1e-4f));
     for (int o = 0; o < 6; ++o)
     {
