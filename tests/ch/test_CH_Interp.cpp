@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -143,38 +143,33 @@ TEST_F(CHInterp, EveryFunctionByNameAndItsKeyUse)
 TEST(CHSpline, HermiteThroughKnots)
 {
     CH_Spline s;
+    auto load = [&](std::vector<std::pair<float, float>> knots) {
+        s.reset();
+        for (auto [t, v] : knots)
+            s.addKnot(t, v);
+        s.initialize();
+    };
     EXPECT_EQ(s.evaluate(1), 0.0f);
-    s.addKnot(2, 5);
-    s.initialize();
+    load({{2, 5}});
     EXPECT_EQ(s.evaluate(0) + s.evaluate(9), 10.0f);
     // (0,0) (1,1) (3,3): all tangents 1, a line; tension 0.5 halves the inner one,
     // at 0.5 (h = 1): 0.125 * 1 + 0.5 * 1 - 0.125 * 0.5 = 0.5625. Outside the ends hold.
-    s.reset();
-    for (float k : {0.0f, 1.0f, 3.0f})
-        s.addKnot(k, k);
-    s.initialize();
+    load({{0, 0}, {1, 1}, {3, 3}});
     EXPECT_FLOAT_EQ(s.evaluate(2), 2.0f);
     s.setTension(0.5f);
     s.initialize();
     EXPECT_FLOAT_EQ(s.evaluate(0.5f), 0.5625f);
     EXPECT_EQ(s.evaluate(-1) + s.evaluate(4), 3.0f);
     // (0,0) (1,1) with given end slopes 0: at 0.25 only h01 = 3/16 - 2/64 remains.
-    s.reset();
-    s.addKnot(0, 0);
-    s.addKnot(1, 1);
     s.setSlopes(0, 0);
     s.useSlopes(1);
-    s.initialize();
+    load({{0, 0}, {1, 1}});
     EXPECT_FLOAT_EQ(s.evaluate(0.25f), 0.15625f);
     // (0,1) (0,2) (1,3): equal times give tangent 0; inner (3 - 1) / 1 = 2, last 1:
     // at 0.5: 0.5 * 2 + 0.125 * 2 + 0.5 * 3 - 0.125 * 1 = 2.625.
-    s.reset();
     s.useSlopes(0);
     s.setTension(0);
-    s.addKnot(0, 1);
-    s.addKnot(0, 2);
-    s.addKnot(1, 3);
-    s.initialize();
+    load({{0, 1}, {0, 2}, {1, 3}});
     EXPECT_FLOAT_EQ(s.evaluate(0.5f), 2.625f);
     EXPECT_EQ(s.evaluate(0), 1.0f);
 }
