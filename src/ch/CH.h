@@ -19,6 +19,7 @@
 #include <ch/channel/CH_Segment.h>
 #include <ch/channel/CH_SegmentFlags.h>
 #include <ch/channel/CH_SegmentValues.h>
+#include <ch/channel/CH_Spline.h>
 #include <ch/channel/CH_ValueTypes.h>
 #include <ch/manager/CH_ChangeType.h>
 #include <ch/manager/CH_ChannelRef.h>

@@ -1,9 +1,76 @@
 #include "CH_ExprFunctions.h"
 
+#include <ch/manager/CH_Manager.h>
+
 #include <ev/EV_Function.h>
+#include <ev/EV_Symbol.h>
+
+namespace {
+
+// The usage flags ORed into every expression that calls a function: which
+// key numbers its segment needs.
+enum : unsigned
+{
+    chInValue = 0x20000,
+    chOutValue = 0x40000,
+    chSlopes = 0x80000,
+    chAccels = 0x200000
+};
+
+// The callbacks hand the engine's thread to the current manager's function.
+template <float (CH_Manager::*F)(int)>
+void chCall(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **, int thread)
+{
+    CH_Manager *manager = CH_Manager::getContext();
+    result->setFloat(manager ? (manager->*F)(thread) : 0.0f);
+}
+
+template <float (CH_Manager::*F)(float, int)>
+void chCallP(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
+{
+    CH_Manager *manager = CH_Manager::getContext();
+    float p = static_cast<float>(args[0]->getFloat());
+    result->setFloat(manager ? (manager->*F)(p, thread) : 0.0f);
+}
+
+const int theFloatArg[] = {EV_TYPEFLOAT};
+constexpr unsigned chValues = chInValue | chOutValue;
+
+#define CH_INTERP(flags, name, f) EV_FUNCTION(flags, name, 0, EV_TYPEFLOAT, nullptr, chCall<&CH_Manager::f>, nullptr, nullptr, 1, false)
+#define CH_INTERP_P(flags, name, f) EV_FUNCTION(flags, name, 1, EV_TYPEFLOAT, theFloatArg, chCallP<&CH_Manager::f>, nullptr, nullptr, 1, false)
+
+// Interpolation between a segment's keys, in registration order.
+EV_FUNCTION theInterpFunctions[] = {
+    CH_INTERP(chInValue, "constant", evalConstantFunc),
+    CH_INTERP(chValues, "linear", evalLinearFunc),
+    CH_INTERP(chValues, "qlinear", evalQlinearFunc),
+    CH_INTERP(chValues | chSlopes, "cubic", evalCubicFunc),
+    CH_INTERP(chValues, "spline", evalSplineFunc),
+    CH_INTERP(chValues | chSlopes | chAccels, "quintic", evalQuinticFunc),
+    CH_INTERP(chValues, "ease", evalEaseFunc),
+    CH_INTERP_P(chValues, "easep", evalEasepFunc),
+    CH_INTERP(chValues, "easein", evalEaseinFunc),
+    CH_INTERP_P(chValues, "easeinp", evalEaseinpFunc),
+    CH_INTERP(chValues, "easeout", evalEaseoutFunc),
+    CH_INTERP_P(chValues, "easeoutp", evalEaseoutpFunc),
+    CH_INTERP(chValues | chSlopes | chAccels, "bezier", evalBezierFunc),
+};
+
+#undef CH_INTERP
+#undef CH_INTERP_P
+
+} // namespace
 
 EV_FUNCTION **CHgetExpressionFunctionTable()
 {
-    static EV_FUNCTION *theTable[] = {nullptr};
+    static EV_FUNCTION *theTable[] = {
+        &theInterpFunctions[0], &theInterpFunctions[1], &theInterpFunctions[2],
+        &theInterpFunctions[3], &theInterpFunctions[4], &theInterpFunctions[5],
+        &theInterpFunctions[6], &theInterpFunctions[7], &theInterpFunctions[8],
+        &theInterpFunctions[9], &theInterpFunctions[10], &theInterpFunctions[11],
+        &theInterpFunctions[12],
+        // The match family (matchin ... vmatch), repeat and cycle, eval and
+        // evals, and the noise functions follow here, in that order.
+        nullptr};
     return theTable;
 }

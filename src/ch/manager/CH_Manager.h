@@ -14,6 +14,8 @@
 #include <ut/UT_StringArray.h>
 #include <ut/UT_SymbolTable.h>
 #include <ut/UT_ThreadSlots.h>
+#include <ut/UT_Vector3.h>
+#include <ut/UT_XformOrder.h>
 
 #include <memory>
 #include <mutex>
@@ -170,6 +172,30 @@ public:
     double getEvaluateTime() const { return getEvaluateTime(0); }
     /// The nesting depth of back-quoted expression evaluation.
     int &exprDepth(int thread);
+
+    // ---- Interpolation functions -------------------------------------------
+    // What segment expressions call ("linear()", "bezier()", ...). Each reads
+    // the segment being evaluated on the thread from the thread's evaluation
+    // collection and returns the value at its local time; without an
+    // evaluation collection they return 0. See docs/functions.md.
+    float evalConstantFunc(int thread);
+    float evalLinearFunc(int thread);
+    float evalQlinearFunc(int thread);
+    float evalCubicFunc(int thread);
+    float evalSplineFunc(int thread);
+    float evalQuinticFunc(int thread);
+    float evalEaseFunc(int thread);
+    float evalEaseinFunc(int thread);
+    float evalEaseoutFunc(int thread);
+    float evalEasepFunc(float p, int thread);
+    float evalEaseinpFunc(float p, int thread);
+    float evalEaseoutpFunc(float p, int thread);
+    float evalBezierFunc(int thread);
+    /// The rotation qlinear gives at u between two Euler rotations (degrees,
+    /// as x, y, z, applied in order): shortest-arc slerp of their
+    /// quaternions, cracked back into angles in the same order.
+    static UT_Vector3 interpolateEulerDegrees(const UT_Vector3 &from, const UT_Vector3 &to, float u,
+                                              const UT_XformOrder &order);
 
     // ---- Variables ---------------------------------------------------------
     /// The global variables, ended by an entry with a null name.

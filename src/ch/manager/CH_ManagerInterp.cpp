@@ -1,0 +1,330 @@
+// The interpolation functions segment expressions call. Each works on the
+// segment the thread is evaluating, read through the evaluation collection's
+// glue accessors; times are channel-local.
+#include "CH_Manager.h"
+
+#include <ch/channel/CH_Bezier.h>
+#include <ch/channel/CH_Channel.h>
+#include <ch/channel/CH_Segment.h>
+#include <ch/channel/CH_SegmentValues.h>
+#include <ch/channel/CH_Spline.h>
+#include <ch/io/CH_Collection.h>
+
+#include <ut/UT_Matrix3.h>
+#include <ut/UT_Quaternion.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+inline bool chDegenerate(float length) { return length > -1e-5f && length < 1e-5f; }
+
+struct chSegmentTimes
+{
+    float t = 0.0f, start = 0.0f, end = 0.0f, in = 0.0f, out = 0.0f;
+};
+
+bool chReadTimes(CH_Collection *collection, chSegmentTimes &s, int thread)
+{
+    if (!collection)
+        return false;
+    collection->getGlueTime(s.t, s.start, s.end, s.in, s.out, thread);
+    return true;
+}
+
+enum class chShape { Both, In, Out };
+
+float chEaseShape(chShape kind, const chSegmentTimes &s)
+{
+    float length = s.end - s.start;
+    if (chDegenerate(length))
+        return 0.5f;
+    float u = (s.t - s.start) / length;
+    switch (kind)
+    {
+    case chShape::Both: return 0.5f - 0.5f * std::cos(3.1415927f * u);
+    case chShape::In: return 1.0f - std::cos(u * 1.5707964f);
+    case chShape::Out: return std::sin(u * 1.5707964f);
+    }
+    return 0.0f;
+}
+
+float chEased(CH_Collection *collection, chShape kind, int thread)
+{
+    chSegmentTimes s;
+    if (!chReadTimes(collection, s, thread))
+        return 0.0f;
+    if (s.t <= s.start)
+        return s.in;
+    if (s.t >= s.end)
+        return s.out;
+    return s.in + chEaseShape(kind, s) * (s.out - s.in);
+}
+
+float chEaseP(CH_Collection *collection, chShape kind, float p, int thread)
+{
+    chSegmentTimes s;
+    if (!chReadTimes(collection, s, thread))
+        return 0.0f;
+    if (s.t <= s.start)
+        return s.in;
+    if (s.t >= s.end)
+        return s.out;
+    float e = chEaseShape(kind, s);
+    // A vanishing exponent returns 1 outright, not a value between the keys;
+    // existing scenes depend on it.
+    if (p < 1e-5f)
+        return 1.0f;
+    float w = p < 1.0f ? 1.0f - std::pow(1.0f - e, 1.0f / p) : std::pow(e, p);
+    return s.in + w * (s.out - s.in);
+}
+
+bool chIsSpline(const CH_Segment *s)
+{
+    const char *text = s ? s->getExpression() : nullptr;
+    return text && !std::strcmp(text, "spline()");
+}
+
+constexpr int theMaxSplineKnots = 500;
+
+// The channels in a qlinear evaluation on this thread: a sibling found here
+// is not evaluated again, or staggered keys on the triple would recurse
+// without end.
+thread_local std::vector<const CH_Channel *> theQlinearChannels;
+
+struct chQlinearGuard
+{
+    explicit chQlinearGuard(const CH_Channel *c) { theQlinearChannels.push_back(c); }
+    ~chQlinearGuard() { theQlinearChannels.pop_back(); }
+    chQlinearGuard(const chQlinearGuard &) = delete;
+    chQlinearGuard &operator=(const chQlinearGuard &) = delete;
+};
+
+bool chInQlinear(const CH_Channel *c)
+{
+    return std::find(theQlinearChannels.begin(), theQlinearChannels.end(), c) != theQlinearChannels.end();
+}
+
+// The rotation triple of a channel named "...x", "...y" or "...z": the
+// channels of its collection with that last letter replaced by x, y and z,
+// valued at the segment's ends (global times). The channel itself
+// contributes its own in and out values.
+bool chRotationTriple(CH_Channel *channel, const chSegmentTimes &s, UT_Vector3 &from, UT_Vector3 &to,
+                      int &index, int thread)
+{
+    CH_Collection *collection = channel->getCollection();
+    const char *name = channel->getName();
+    std::size_t n = name ? std::strlen(name) : 0;
+    if (!collection || n == 0)
+        return false;
+    char last = name[n - 1];
+    if (last < 'x' || last > 'z')
+        return false;
+    index = last - 'x';
+    CH_Channel *triple[3];
+    std::string sibling(name);
+    for (int i = 0; i < 3; ++i)
+    {
+        sibling[n - 1] = static_cast<char>('x' + i);
+        triple[i] = i == index ? channel : collection->getChannel(sibling.c_str());
+        if (!triple[i] || (i != index && chInQlinear(triple[i])))
+            return false;
+    }
+    chQlinearGuard guard(channel);
+    float offset = channel->getStart();
+    for (int i = 0; i < 3; ++i)
+    {
+        if (i == index)
+        {
+            from[i] = s.in;
+            to[i] = s.out;
+            continue;
+        }
+        from[i] = triple[i]->evaluate(s.start + offset, false, thread);
+        to[i] = triple[i]->evaluate(s.end + offset, false, thread);
+    }
+    return true;
+}
+
+} // namespace
+
+float CH_Manager::evalConstantFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    return collection ? collection->getGlueIV(thread) : 0.0f;
+}
+
+float CH_Manager::evalLinearFunc(int thread)
+{
+    chSegmentTimes s;
+    if (!chReadTimes(getEvalCollection(thread), s, thread))
+        return 0.0f;
+    float f;
+    if (s.t <= s.start)
+        f = 0.0f;
+    else if (s.t >= s.end)
+        f = 1.0f;
+    else if (chDegenerate(s.end - s.start))
+        f = 0.5f;
+    else
+        f = (s.t - s.start) / (s.end - s.start);
+    // The ends go through the formula too: the end value is computed, not copied.
+    return s.in + (s.out - s.in) * f;
+}
+
+float CH_Manager::evalCubicFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    chSegmentTimes s;
+    if (!chReadTimes(collection, s, thread))
+        return 0.0f;
+    float length = s.end - s.start;
+    if (chDegenerate(length))
+        return (s.in + s.out) * 0.5f;
+    if (s.t <= s.start)
+        return s.in;
+    if (s.t >= s.end)
+        return s.out;
+    float in_slope, out_slope;
+    collection->getGlueSlope(&in_slope, &out_slope, nullptr, nullptr, thread);
+    float u = (s.t - s.start) / length;
+    float a = length * in_slope;
+    float b = (in_slope + out_slope) * length + 2.0f * (s.in - s.out);
+    return (((s.out - s.in - a - b) + b * u) * u + a) * u + s.in;
+}
+
+float CH_Manager::evalQuinticFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    chSegmentTimes s;
+    if (!chReadTimes(collection, s, thread))
+        return 0.0f;
+    float length = s.end - s.start;
+    if (chDegenerate(length))
+        return (s.in + s.out) * 0.5f;
+    if (s.t <= s.start)
+        return s.in;
+    if (s.t >= s.end)
+        return s.out;
+    float si, so, ai, ao;
+    collection->getGlueSlope(&si, &so, &ai, &ao, thread);
+    // Accels are second-derivative values scaled by the length once.
+    float a = si * length;
+    float c = 0.5f * ai * length;
+    float d = s.out - s.in - a - c;
+    float e = so * length - a - ai * length;
+    float f = ao * length - ai * length;
+    float c5 = 0.5f * (f - 6.0f * e + 12.0f * d);
+    float c4 = 0.25f * (f - 2.0f * e - 10.0f * c5);
+    float c3 = d - c4 - c5;
+    float u = (s.t - s.start) / length;
+    return s.in + u * (a + u * (c + u * (c3 + u * (c4 + u * c5))));
+}
+
+float CH_Manager::evalEaseFunc(int thread) { return chEased(getEvalCollection(thread), chShape::Both, thread); }
+float CH_Manager::evalEaseinFunc(int thread) { return chEased(getEvalCollection(thread), chShape::In, thread); }
+float CH_Manager::evalEaseoutFunc(int thread) { return chEased(getEvalCollection(thread), chShape::Out, thread); }
+
+float CH_Manager::evalEasepFunc(float p, int thread)
+{
+    return chEaseP(getEvalCollection(thread), chShape::Both, p, thread);
+}
+float CH_Manager::evalEaseinpFunc(float p, int thread)
+{
+    return chEaseP(getEvalCollection(thread), chShape::In, p, thread);
+}
+float CH_Manager::evalEaseoutpFunc(float p, int thread)
+{
+    return chEaseP(getEvalCollection(thread), chShape::Out, p, thread);
+}
+
+float CH_Manager::evalBezierFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    chSegmentTimes s;
+    if (!chReadTimes(collection, s, thread))
+        return 0.0f;
+    if (chDegenerate(s.end - s.start))
+        return (s.in + s.out) * 0.5f;
+    if (s.t <= s.start)
+        return s.in;
+    if (s.t >= s.end)
+        return s.out;
+    float si, so, ai, ao;
+    collection->getGlueSlope(&si, &so, &ai, &ao, thread);
+    CH_Bezier bezier;
+    bezier.init(CH_SegmentValues(s.start, s.end, s.in, s.out, si, so, ai, ao));
+    return bezier.eval(s.t);
+}
+
+float CH_Manager::evalSplineFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    CH_Channel *channel = collection ? collection->getEvalChannel(thread) : nullptr;
+    CH_Segment *s = channel ? channel->getEvaluationSegment(thread) : nullptr;
+    if (!s)
+        return 0.0f;
+    // Back to the first segment of this run of spline segments ...
+    CH_Segment *first = channel->getFirstSegment();
+    while (s != first && chIsSpline(s->getPrev()))
+        s = s->getPrev();
+    // ... then one knot per segment start, stopping at the channel's last
+    // list segment: the end segment adds nothing beyond the final knot.
+    CH_Segment *last = channel->getLastSegment();
+    CH_Spline &spline = CH_Spline::forThisThread();
+    spline.reset();
+    int knots = 0;
+    for (;;)
+    {
+        spline.addKnot(s->getStart(), s->getInValue());
+        ++knots;
+        CH_Segment *next = s->getNext();
+        if (knots == theMaxSplineKnots || !next || s == last || s == channel->getEndSegment() ||
+            !chIsSpline(next))
+            break;
+        s = next;
+    }
+    if (knots < theMaxSplineKnots)
+        spline.addKnot(s->getEnd(), s->getOutValue());
+    spline.initialize();
+    return spline.evaluate(channel->getLocalTime(thread));
+}
+
+UT_Vector3 CH_Manager::interpolateEulerDegrees(const UT_Vector3 &from, const UT_Vector3 &to, float u,
+                                               const UT_XformOrder &order)
+{
+    UT_Quaternion a, b;
+    a.updateFromEuler(from * 0.017453292f, order);
+    b.updateFromEuler(to * 0.017453292f, order);
+    a.interpolate(b, u); // takes the shorter arc
+    UT_Matrix3 m;
+    a.getRotationMatrix(m);
+    UT_Vector3 radians;
+    m.crack(radians, order);
+    return radians * 57.295776f;
+}
+
+float CH_Manager::evalQlinearFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    CH_Channel *channel = collection ? collection->getEvalChannel(thread) : nullptr;
+    if (!channel)
+        return 0.0f;
+    chSegmentTimes s;
+    chReadTimes(collection, s, thread);
+    if (s.t - s.start <= 1e-5f)
+        return s.in;
+    if (s.t - s.end >= -1e-5f)
+        return s.out;
+    float u = (s.t - s.start) / (s.end - s.start);
+    UT_Vector3 from, to;
+    int index = 0;
+    if (!chRotationTriple(channel, s, from, to, index, thread))
+        return (1.0f - u) * s.in + u * s.out;
+    // Collections carry no rotation order yet: XYZ, the default order.
+    return interpolateEulerDegrees(from, to, u, UT_XformOrder(UT_XformOrder::XYZ))[index];
+}
