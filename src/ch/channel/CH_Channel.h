@@ -136,8 +136,8 @@ public:
 
     // ---- Evaluation context (per thread) ------------------------------------------
     void setEvalTime(float local_time, int thread);
-    CH_Segment *getEvaluationSegment(int thread) const;
-    float getLocalTime(int thread) const;
+    CH_Segment *getEvaluationSegment(int thread) const { return slot(thread).segment; }
+    float getLocalTime(int thread) const { return slot(thread).time; }
     CH_Segment *getPrevEvaluationSegment(int thread) const;
     CH_Segment *getNextEvaluationSegment(int thread) const;
     float getInTime(int thread) const;

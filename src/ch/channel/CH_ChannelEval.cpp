@@ -127,16 +127,6 @@ void CH_Channel::setEvalTime(float local_time, int thread)
         mgr->setEvaluateTime(local_time + myStart, thread);
 }
 
-CH_Segment *CH_Channel::getEvaluationSegment(int thread) const
-{
-    return slot(thread).segment;
-}
-
-float CH_Channel::getLocalTime(int thread) const
-{
-    return slot(thread).time;
-}
-
 CH_Segment *CH_Channel::getPrevEvaluationSegment(int thread) const
 {
     const CH_Segment *s = slot(thread).segment;

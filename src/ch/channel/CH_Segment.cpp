@@ -134,10 +134,10 @@ CH_Segment::~CH_Segment()
 
 void CH_Segment::setExpressionText(const char *text, CH_ExprLanguage language)
 {
-    if (!myExpression)
-        myExpression.emplace(text, language);
-    else
-        myExpression->setExpression(text, language);
+    // Segments repeat a few texts thousands of times: they share compiled
+    // code. The text may live in the expression being replaced: copy it.
+    std::string copy = text ? text : "";
+    myExpression.emplace(copy.c_str(), language, CH_Expression::Pooled);
 }
 
 void CH_Segment::setSplineKnots(const UT_Vector3 *knots, int n)

@@ -3,7 +3,9 @@
 #include <ev/EV_Engine.h>
 #include <ut/UT_ThreadSlots.h>
 
+#include <mutex>
 #include <string>
+#include <unordered_map>
 
 namespace
 {
@@ -70,6 +72,79 @@ CH_Expression::CH_Expression(const char *text, CH_ExprLanguage language)
     changeExpr(text, 0);
 }
 
+namespace {
+
+// Compiled Orvish texts shared by pooled expressions, held weakly: a text
+// no segment uses any more is compiled afresh next time. The lock is taken
+// when segments are made, never during evaluation.
+class chExpressionPool
+{
+public:
+    std::shared_ptr<EV_EXPRESSION> get(const char *text)
+    {
+        {
+            std::lock_guard<std::mutex> lock(myLock);
+            auto it = myTexts.find(text);
+            if (it != myTexts.end())
+                if (std::shared_ptr<EV_EXPRESSION> live = it->second.lock())
+                    return live;
+        }
+        // Compiled outside the lock: compiling may expand and evaluate texts.
+        std::shared_ptr<EV_EXPRESSION> fresh(ev_AllocExpr(), ev_FreeExpr);
+        ev_ChangeExpr(fresh.get(), text, 0);
+        std::lock_guard<std::mutex> lock(myLock);
+        std::weak_ptr<EV_EXPRESSION> &slot = myTexts[text];
+        if (std::shared_ptr<EV_EXPRESSION> live = slot.lock())
+            return live; // another thread compiled it meanwhile
+        slot = fresh;
+        if (++myInserts % 1024 == 0)
+            sweep();
+        return fresh;
+    }
+
+private:
+    void sweep()
+    {
+        for (auto it = myTexts.begin(); it != myTexts.end();)
+            it = it->second.expired() ? myTexts.erase(it) : std::next(it);
+    }
+
+    std::mutex myLock;
+    std::unordered_map<std::string, std::weak_ptr<EV_EXPRESSION>> myTexts;
+    unsigned myInserts = 0;
+};
+
+chExpressionPool &chPool()
+{
+    static chExpressionPool &pool = *new chExpressionPool; // outlives every segment
+    return pool;
+}
+
+} // namespace
+
+CH_Expression::CH_Expression(const char *text, CH_ExprLanguage language, PooledTag)
+    : myLanguage(language)
+{
+    if (language == CH_PYTHON || !text)
+    {
+        myExpr.reset(ev_AllocExpr(), ev_FreeExpr);
+        changeExpr(text, 0);
+        return;
+    }
+    myExpr = chPool().get(text);
+    myPooled = true;
+}
+
+void CH_Expression::detachFromPool()
+{
+    if (!myPooled)
+        return;
+    std::string text = getExpression();
+    myExpr.reset(ev_AllocExpr(), ev_FreeExpr);
+    myPooled = false;
+    ev_ChangeExpr(myExpr.get(), text.c_str(), 0);
+}
+
 CH_Expression::CH_Expression(const CH_Expression &source) = default;
 
 CH_Expression::~CH_Expression() = default;
@@ -92,6 +167,11 @@ void CH_Expression::changeExpr(const char *text, int thread)
         text = "";
     myReferencePath.clear();
     myPythonCode.reset();
+    if (myPooled) {
+        // Compile into an engine expression of our own, not the pool's.
+        myExpr.reset(ev_AllocExpr(), ev_FreeExpr);
+        myPooled = false;
+    }
     if (myLanguage != CH_PYTHON) {
         ev_ChangeExpr(myExpr.get(), text, thread);
         return;
@@ -180,6 +260,7 @@ unsigned CH_Expression::getExpressionFlag() const
 
 void CH_Expression::setExpressionFlag(unsigned flags)
 {
+    detachFromPool();
     myExpr->setFlags(flags);
 }
 
@@ -205,6 +286,7 @@ void CH_Expression::dirtyExprCache()
 
 void CH_Expression::unresolveLocalVars(int thread)
 {
+    detachFromPool();
     ev_UnresolveVars(myExpr.get(), thread);
 }
 

@@ -39,6 +39,7 @@ class chPythonCode;
 /// edited, so a Python copy that changes its text gets code of its own and
 /// leaves the other with the old one. The language and the reference path
 /// are per copy. Assignment does not share: it recompiles the source's text.
+/// Copies of a pooled expression (see the pooled constructor) are pooled too.
 ///
 /// Python: there is no interpreter bridge yet. A Python text is kept
 /// unchanged (getExpression returns it, switching back to Orvish recompiles
@@ -52,6 +53,17 @@ class CH_Expression
 {
 public:
     CH_Expression(const char *text, CH_ExprLanguage language);
+    /// Tag of the pooled constructor.
+    enum PooledTag
+    {
+        Pooled
+    };
+    /// An Orvish text compiled once for every pooled expression of the same
+    /// text: channels repeat a handful of texts ("bezier()", "linear()")
+    /// over thousands of segments, and one shared program stays in cache.
+    /// A pooled expression never edits the shared engine expression:
+    /// changing its text (or anything else it compiled) gives it its own.
+    CH_Expression(const char *text, CH_ExprLanguage language, PooledTag);
     CH_Expression(const CH_Expression &source);
     /// Takes the source's text and language and recompiles; a source with
     /// an empty text leaves this expression unchanged.
@@ -129,12 +141,16 @@ public:
 private:
     // The one place where text is compiled.
     void changeExpr(const char *text, int thread);
+    /// Leaves the pool: gives this expression an engine expression of its
+    /// own, compiled from the current text, before anything edits it.
+    void detachFromPool();
     bool usesFlag(unsigned mask) const;
 
     CH_ExprLanguage myLanguage;
     std::shared_ptr<EV_EXPRESSION> myExpr;
     std::shared_ptr<chPythonCode> myPythonCode; // set exactly for Python text
     UT_String myReferencePath;
+    bool myPooled = false; ///< myExpr is the pool's, shared by text
 };
 
 #endif

@@ -124,11 +124,6 @@ void CH_Manager::setEvalCollection(CH_Collection *collection, int thread)
     myEvalSlots.get(thread).collection = collection;
 }
 
-CH_Collection *CH_Manager::getEvalCollection(int thread) const
-{
-    return myEvalSlots.get(thread).collection;
-}
-
 void CH_Manager::setEvaluateTime(float t, int thread)
 {
     myEvalSlots.get(thread).time = t;

@@ -163,7 +163,7 @@ public:
 
     // ---- Evaluation context (per thread; thread 0 = the calling thread) ----
     void setEvalCollection(CH_Collection *collection, int thread);
-    CH_Collection *getEvalCollection(int thread) const;
+    CH_Collection *getEvalCollection(int thread) const { return myEvalSlots.get(thread).collection; }
     /// The thread's evaluation-collection slot itself, for code that saves,
     /// sets and restores it on every evaluation.
     CH_Collection *&evalCollectionRef(int thread) { return myEvalSlots.get(thread).collection; }
