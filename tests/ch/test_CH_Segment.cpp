@@ -218,3 +218,22 @@ TEST_F(CHSegment, KeysOnSegments)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CHSegment, EqualTextsShareCodeButNeverEditsOfEachOther)
+{
+    CH_Segment a("$IV * 2", CH_ORVISH, &ch, 1.0f), b("$IV * 2", CH_ORVISH, &ch, 1.0f);
+    CH_Expression copy(*a.getCHExpr());
+    b.changeExpression("$IV * 3", CH_ORVISH);
+    EXPECT_STREQ(a.getExpression(), "$IV * 2");
+    EXPECT_STREQ(copy.getExpression(), "$IV * 2");
+    copy.setExpression("7", CH_ORVISH); // a pooled copy leaves the pool rather than edit it
+    EXPECT_STREQ(a.getExpression(), "$IV * 2");
+    EXPECT_EQ(copy.evaluate(0), 7.0f);
+    a.getCHExpr()->unresolveLocalVars(0);
+    CH_Segment c("$IV * 2", CH_ORVISH, &ch, 1.0f);
+    EXPECT_STREQ(c.getExpression(), "$IV * 2");
+}
+
+} // namespace
