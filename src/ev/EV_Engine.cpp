@@ -161,6 +161,12 @@ EV_FUNCTION *ev_FindFunction(const char *name)
     return slot ? slot->record.load(std::memory_order_acquire) : nullptr;
 }
 
+const std::atomic<EV_FUNCTION *> *ev_FindFunctionSlot(const char *name)
+{
+    evFuncSlot *slot = evRegistry::get().findSlot(name ? name : "");
+    return slot ? &slot->record : nullptr;
+}
+
 void ev_AddType(EV_TYPEDEF *type)
 {
     evRegistry::get().addDefineType(type);

@@ -9,6 +9,7 @@
 #include <ev/EV_Symbol.h>
 #include <ev/EV_TypeDef.h>
 
+#include <atomic>
 #include <string>
 
 class UT_String;
@@ -94,6 +95,11 @@ extern const ev_ThreadErrNo EXPR_theErrNo;
 void ev_AddFunction(EV_FUNCTION *func);
 /// The record registered under a name, or null.
 EV_FUNCTION *ev_FindFunction(const char *name);
+/// Where the record of a name is kept, or null for a name never
+/// registered: the place lives as long as the process and always holds the
+/// record registered last, so a caller that calls one name very often can
+/// read it instead of looking the name up.
+const std::atomic<EV_FUNCTION *> *ev_FindFunctionSlot(const char *name);
 /// Adds a value type; its resolveDefine answers defines.
 void ev_AddType(EV_TYPEDEF *type);
 /// Adds a variable type (flags: 0, none defined yet).

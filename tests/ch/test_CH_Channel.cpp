@@ -299,3 +299,24 @@ TEST_F(CHChannel, NestedEvaluationKeepsTheCallersContext)
 }
 
 } // namespace
+
+namespace {
+
+// linear() segments call the library's function directly; a host that
+// registers its own "linear" must still be the one called.
+void hostLinear(EV_FUNCTION *, EV_SYMBOL *r, EV_SYMBOL **, int) { r->setFloat(42); }
+EV_FUNCTION theHostLinear{0, "linear", 0, EV_TYPEFLOAT, nullptr, hostLinear, nullptr, nullptr, 0};
+
+TEST_F(CHChannel, ReplacedFunctionRecordsWinOverDirectCalls)
+{
+    chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "linear()"}, {10, 10, 0, 0, "linear()"}});
+    EXPECT_FLOAT_EQ(at(5), 5.0f);
+    EXPECT_TRUE(ch->getSegment(0u)->isInValueUsed());
+    EV_FUNCTION *library = ev_FindFunction("linear");
+    ev_AddFunction(&theHostLinear);
+    EXPECT_EQ(at(5), 42.0f);
+    ev_AddFunction(library);
+    EXPECT_FLOAT_EQ(at(5), 5.0f);
+}
+
+} // namespace

@@ -3,6 +3,7 @@
 #include <ch/channel/CH_Channel.h>
 #include <ch/channel/CH_Key.h>
 #include <ch/channel/CH_SegmentValues.h>
+#include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_EventManager.h>
@@ -182,14 +183,17 @@ CH_ExprLanguage CH_Segment::getExprLanguage() const
 
 void CH_Segment::setExprLanguage(CH_ExprLanguage language)
 {
-    if (myExpression)
-        myExpression->setLanguage(language);
+    if (!myExpression)
+        return;
+    myExpression->setLanguage(language);
+    checkExpression();
 }
 
 void CH_Segment::checkExpression()
 {
     myFlags.set(CH_SegmentFlags::FUNCTION_BITS, false);
     const char *text = getExpression();
+    myInterpolation = text && getExprLanguage() == CH_ORVISH ? CHinterpolationIndex(text) : -1;
     if (!text)
         return;
     static const struct

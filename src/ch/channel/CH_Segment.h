@@ -237,6 +237,9 @@ private:
     std::unique_ptr<UT_Vector3[]> myKnots;
     int myNKnots = 0;
     int myFirstCachedSample = 0;
+    /// The text is exactly an argument-free interpolation call, and which
+    /// (CHinterpolationIndex); -1 otherwise.
+    int myInterpolation = -1;
     std::deque<float> myCache;
 };
 

@@ -5,6 +5,7 @@
 #include <ch/channel/CH_Segment.h>
 
 #include <ch/channel/CH_Channel.h>
+#include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/manager/CH_Manager.h>
 
@@ -32,6 +33,11 @@ float CH_Segment::evaluate(float t, bool, int thread)
     if (myChannel && myChannel->isCacheEnabled() && !isCooking() &&
         myChannel->getManager()->getSegCacheStatus())
         return evaluateFromCache(t, thread);
+    // The common texts ("bezier()", "linear()", ...) call their function
+    // directly, as long as the library's records are the registered ones.
+    float value;
+    if (myInterpolation >= 0 && CHcallInterpolation(myInterpolation, *myExpression, thread, value))
+        return value;
     return myExpression ? myExpression->evaluate(thread) : 0.0f;
 }
 

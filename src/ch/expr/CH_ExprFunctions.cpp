@@ -2,7 +2,13 @@
 
 #include <ch/manager/CH_Manager.h>
 
+#include <ch/expr/CH_Expression.h>
+
+#include <ev/EV_Engine.h>
 #include <ev/EV_Function.h>
+
+#include <atomic>
+#include <cstring>
 #include <ev/EV_Symbol.h>
 
 namespace {
@@ -73,4 +79,63 @@ EV_FUNCTION **CHgetExpressionFunctionTable()
         // evals, and the noise functions follow here, in that order.
         nullptr};
     return theTable;
+}
+
+namespace {
+
+// The argument-free interpolation functions, by their record's index.
+struct chInterpolation
+{
+    const char *text;
+    int record;
+    float (CH_Manager::*evaluate)(int);
+};
+
+const chInterpolation theInterpolations[] = {
+    {"constant()", 0, &CH_Manager::evalConstantFunc}, {"linear()", 1, &CH_Manager::evalLinearFunc},
+    {"qlinear()", 2, &CH_Manager::evalQlinearFunc},   {"cubic()", 3, &CH_Manager::evalCubicFunc},
+    {"spline()", 4, &CH_Manager::evalSplineFunc},     {"quintic()", 5, &CH_Manager::evalQuinticFunc},
+    {"ease()", 6, &CH_Manager::evalEaseFunc},         {"easein()", 8, &CH_Manager::evalEaseinFunc},
+    {"easeout()", 10, &CH_Manager::evalEaseoutFunc},  {"bezier()", 12, &CH_Manager::evalBezierFunc}};
+constexpr int theNumInterpolations = sizeof(theInterpolations) / sizeof(theInterpolations[0]);
+
+// Where the engine keeps each name's record, found on first use.
+const std::atomic<EV_FUNCTION *> *slotOf(int index)
+{
+    static std::atomic<const std::atomic<EV_FUNCTION *> *> theSlots[theNumInterpolations] = {};
+    const std::atomic<EV_FUNCTION *> *slot = theSlots[index].load(std::memory_order_acquire);
+    if (!slot)
+    {
+        const EV_FUNCTION &record = theInterpFunctions[theInterpolations[index].record];
+        slot = ev_FindFunctionSlot(record.getName());
+        theSlots[index].store(slot, std::memory_order_release);
+    }
+    return slot;
+}
+
+} // namespace
+
+int CHinterpolationIndex(const char *text)
+{
+    if (!text)
+        return -1;
+    for (int i = 0; i < theNumInterpolations; ++i)
+        if (!std::strcmp(text, theInterpolations[i].text))
+            return i;
+    return -1;
+}
+
+bool CHcallInterpolation(int index, const CH_Expression &expr, int thread, float &value)
+{
+    if (index < 0 || index >= theNumInterpolations)
+        return false;
+    const chInterpolation &f = theInterpolations[index];
+    EV_FUNCTION *record = &theInterpFunctions[f.record];
+    const std::atomic<EV_FUNCTION *> *slot = slotOf(index);
+    CH_Manager *manager = CH_Manager::getContext();
+    if (!slot || slot->load(std::memory_order_acquire) != record || !manager)
+        return false;
+    value = (manager->*f.evaluate)(thread);
+    expr.orExpressionFlag(EV_FLAG_EVALUATED | record->getUserFlags());
+    return true;
 }

@@ -258,6 +258,11 @@ unsigned CH_Expression::getExpressionFlag() const
     return myExpr->getFlags();
 }
 
+void CH_Expression::orExpressionFlag(unsigned bits) const
+{
+    myExpr->orFlags(bits);
+}
+
 void CH_Expression::setExpressionFlag(unsigned flags)
 {
     detachFromPool();

@@ -92,6 +92,9 @@ public:
     /// True when the text changed and the expression has not run since.
     bool modified() const;
     unsigned getExpressionFlag() const;
+    /// ORs bits into the flag word, as evaluation does (shared with the
+    /// expressions that share the engine expression, which have its text).
+    void orExpressionFlag(unsigned bits) const;
     void setExpressionFlag(unsigned flags);
 
     // What the expression reads. The engine only learns that by running it,
