@@ -320,3 +320,40 @@ TEST_F(CHChannel, ReplacedFunctionRecordsWinOverDirectCalls)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CHChannel, DisabledRangesHoldTheValueAtTheirStart)
+{
+    // ch: 0 -> 10 over [0, 10], 10 -> 30 over [10, 20].
+    ch->disable(4, 6);
+    EXPECT_FLOAT_EQ(at(5), 4.0f);
+    EXPECT_FLOAT_EQ(at(4), 4.0f);
+    EXPECT_FLOAT_EQ(at(6), 4.0f); // the end of the last range counts as disabled
+    ch->disable(7, 8);
+    EXPECT_FLOAT_EQ(at(6), 6.0f); // ... the end of an earlier one does not
+    ch->disable(6, 7);            // touching ranges merge
+    ASSERT_EQ(ch->getNDisableSegments(), 1);
+    EXPECT_FLOAT_EQ(at(7), 4.0f);
+    EXPECT_TRUE(ch->isDisabled(6));
+    EXPECT_FLOAT_EQ(obj.evaluate(ch, 7, true, 0), 7.0f); // ignoring disabled ranges
+
+    ch->enable(5, 7); // split: [4, 5) holds 4, [7, 8) holds the value at 7
+    ASSERT_EQ(ch->getNDisableSegments(), 2);
+    EXPECT_FLOAT_EQ(at(4.5f), 4.0f);
+    EXPECT_FLOAT_EQ(at(6), 6.0f);
+    EXPECT_FLOAT_EQ(at(7.5f), 7.0f);
+
+    // A change of the channel refreshes the held values.
+    ch->getSegment(0u)->setInValue(2.0f, false); // now 2 -> 10 over [0, 10]
+    ch->setChanged(true);
+    EXPECT_FLOAT_EQ(at(4.5f), 2.0f + 8.0f * 0.4f);
+
+    ch->enable(0, 20);
+    EXPECT_TRUE(ch->isAllEnabled());
+    ch->disable(-1, 25); // the whole channel: keeps the value it had at -1 (extend)
+    EXPECT_TRUE(ch->isAllDisabled());
+    EXPECT_FLOAT_EQ(at(15), 2.0f - 0.8f);
+}
+
+} // namespace

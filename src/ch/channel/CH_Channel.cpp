@@ -526,7 +526,10 @@ void CH_Channel::disable(float from, float to)
     }
     auto *d = new CH_Segment("constant()", getCollectionExprLanguage(), this, b - a);
     d->changeTimes(a, b);
-    d->setModified(1); // takes the channel's value at a when first evaluated
+    // The channel's value at a now; refreshed when the channel changes.
+    float v = evaluate(a + myStart, true, 0);
+    d->setInValue(v, false);
+    d->setOutValue(v, false);
     insertDisableSegment(d);
     CHevent(CH_CHANNEL_CHANGED, this);
 }
@@ -544,10 +547,12 @@ void CH_Channel::enable(float from, float to)
             continue;
         if (s < a && e > b)
         {
-            // Split: the part after b keeps the value at s, like the rest.
+            // Split: the part after b is a range of its own, holding the
+            // value at its own start like every disabled range.
             auto *tail = new CH_Segment(*d);
             tail->changeLength(e - b, CH_SCALE_ANY, true);
             tail->changeTimes(b, e);
+            tail->setModified(1);
             d->changeLength(a - s, CH_SCALE_ANY, true);
             d->changeTimes(s, a);
             insertDisableSegment(tail, static_cast<unsigned>(i + 1));
