@@ -118,8 +118,10 @@ public:
         std::size_t number_bytes = numbers.size() * sizeof(double);
         if (code_bytes + number_bytes <= sizeof(mySmall))
         {
-            std::memcpy(mySmall, numbers.data(), number_bytes);
-            std::memcpy(mySmall + number_bytes, code.data(), code_bytes);
+            if (number_bytes) // an empty vector's data() may be null
+                std::memcpy(mySmall, numbers.data(), number_bytes);
+            if (code_bytes)
+                std::memcpy(mySmall + number_bytes, code.data(), code_bytes);
             numberPtr = reinterpret_cast<const double *>(mySmall);
             codePtr = reinterpret_cast<const evInstr *>(mySmall + number_bytes);
         }
