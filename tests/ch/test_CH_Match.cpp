@@ -52,6 +52,9 @@ TEST_F(CHMatch, MiddleSegmentAndGaps)
     // The match() over [1, 2] looks past [2, 4] (a match segment) to (4, 6):
     // out' = 6 + 2 * 2 = 10, L = 1: 6 + (2 + 2)/8 = 6.5.
     EXPECT_FLOAT_EQ(at(1.5f), 6.5f);
+    // vmatchout on [1, 2] keeps its out 10, slope -2 from 4: 10 + 2 * 0.5.
+    keys({{0, 0}, {1, 2, 0, 0, "vmatchout()"}, {2, 10, 0, 0, "match()"}, {4, 6}, {5, 4}});
+    EXPECT_FLOAT_EQ(at(1.5f), 11.0f);
 }
 
 TEST_F(CHMatch, FirstAndLastSegments)
@@ -82,6 +85,13 @@ TEST_F(CHMatch, MatchJoinsLinearNeighboursAndShortSegments)
     // Bezier neighbour: its handle's direction, slope 3, at its end (2, 2).
     keys({{0, 0, 1, 0, "bezier()"}, {2, 2, 3, 0.5f, "matchin()"}, {4, 9}, {5, 9}});
     EXPECT_NEAR(at(3), 5.0f, 1e-4);
+    // t^2 neighbours have no exact form: one-sided differences of step L/100
+    // inside them, (1 - 0.99^2)/0.01 = 1.99 at 1 and (3.01^2 - 9)/0.01 = 6.01
+    // at 3, so at 2 both 1 + 1.99 and 9 - 6.01 give 2.99 (exact: 3).
+    keys({{0, 0, 0, 0, "$T * $T"}, {1, 1, 0, 0, "matchin()"}, {3, 9, 0, 0, "$T * $T"}, {4, 16}});
+    EXPECT_NEAR(at(2), 2.99f, 1e-3);
+    keys({{0, 0, 0, 0, "$T * $T"}, {1, 1, 0, 0, "matchout()"}, {3, 9, 0, 0, "$T * $T"}, {4, 16}});
+    EXPECT_NEAR(at(2), 2.99f, 1e-3);
     // Shorter than 0.001: the mean of in and out (the Hermite gives 2.625 at u = 1/4).
     keys({{0, 0}, {1, 2, 0, 0, "match()"}, {1.0005f, 6}, {2, 0}});
     EXPECT_FLOAT_EQ(seg(1, 1.000125f), 4.0f);
@@ -116,6 +126,11 @@ TEST_F(CHMatch, CycleContinuesAcrossBoundaries)
     EXPECT_NEAR(at(3.5f), 2.5f, 1e-4);  // m = 0.5 on the linear: 1 + 1.5
     EXPECT_NEAR(at(6.5f), 4.0f, 1e-3);  // m = 1.5 on the line (2), n = 1: 1 + 2 + 1
     EXPECT_EQ(seg(2, 1), 0.0f);         // inside the range
+    // A range ending on a key where the value jumps (4 to 10) ends at its left
+    // limit: at 3.5, m = 0.5, n = 1: 5 + 2 + (4 - 0) = 11.
+    keys({{0, 0}, {1, 4}, {2, 5, 0, 0, "cyclet(0, 1)"}, {4, 0}});
+    ch->getSegment(1u)->setInValue(10, false);
+    EXPECT_FLOAT_EQ(at(3.5f), 11.0f);
     keys({{1, 0}, {2, 4, 0, 0, "cyclet(2, 2.000001)"}, {3, 8}});
     EXPECT_EQ(at(2.5f), 6.0f); // degenerate range: (4 + 8) / 2
 
