@@ -109,8 +109,12 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
     if (!s || !myManager)
         return;
     float t = global_time - myStart;
-    // Sampling must not move the caller's evaluation time.
+    // Sampling must move neither the caller's evaluation time nor this
+    // channel's local time: the calling segment's functions read the local
+    // time again (the second call in "matchin() + matchout()" would see the
+    // neighbour's key time otherwise).
     double saved_time = myManager->getEvaluateTime(thread);
+    float saved_local = getLocalTime(thread);
     auto sample = [&](float at) {
         setEvalTime(at, thread);
         return evaluateSegment(s, at, false, thread);
@@ -130,5 +134,6 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
                 slope = (sample(t + h) - value) / h;
         }
     }
+    slot(thread).time = saved_local;
     myManager->setEvaluateTime(static_cast<float>(saved_time), thread);
 }

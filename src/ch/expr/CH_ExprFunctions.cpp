@@ -1,5 +1,6 @@
 #include "CH_ExprFunctions.h"
 
+#include <ch/expr/CH_ExprLibrary.h>
 #include <ch/manager/CH_Manager.h>
 
 #include <ch/expr/CH_Expression.h>
@@ -20,7 +21,8 @@ enum : unsigned
     chInValue = 0x20000,
     chOutValue = 0x40000,
     chSlopes = 0x80000,
-    chAccels = 0x200000
+    chAccels = 0x200000,
+    chMatch = 0x800000 // the match family: neighbours' values and slopes
 };
 
 // The callbacks hand the engine's thread to the current manager's function.
@@ -39,7 +41,18 @@ void chCallP(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
     result->setFloat(manager ? (manager->*F)(p, thread) : 0.0f);
 }
 
+template <float (CH_Manager::*F)(float, float, int)>
+void chCallPP(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
+{
+    CH_Manager *manager = CH_Manager::getContext();
+    float first = static_cast<float>(args[0]->getFloat());
+    float last = static_cast<float>(args[1]->getFloat());
+    result->setFloat(manager ? (manager->*F)(first, last, thread) : 0.0f);
+}
+
 const int theFloatArg[] = {EV_TYPEFLOAT};
+const int theStringArg[] = {EV_TYPESTRING};
+const int theFloatArgs[] = {EV_TYPEFLOAT, EV_TYPEFLOAT, EV_TYPEFLOAT, EV_TYPEFLOAT};
 constexpr unsigned chValues = chInValue | chOutValue;
 
 #define CH_INTERP(flags, name, f) EV_FUNCTION(flags, name, 0, EV_TYPEFLOAT, nullptr, chCall<&CH_Manager::f>, nullptr, nullptr, 1, false)
@@ -62,8 +75,34 @@ EV_FUNCTION theInterpFunctions[] = {
     CH_INTERP(chValues | chSlopes | chAccels, "bezier", evalBezierFunc),
 };
 
+#define CH_RANGE(name, f) EV_FUNCTION(0, name, 2, EV_TYPEFLOAT, theFloatArgs, chCallPP<&CH_Manager::f>, nullptr, nullptr, 1, false)
+#define CH_LIB(name, nargs, result, args, f) EV_FUNCTION(0, name, nargs, result, args, f, nullptr, nullptr, 1, false)
+
+// Matching, replaying, text evaluation and noise, in registration order.
+// The vmatch forms keep the segment's own key values, so they use them.
+EV_FUNCTION theOtherFunctions[] = {
+    CH_INTERP(chMatch, "matchin", evalMatchinFunc),
+    CH_INTERP(chMatch, "matchout", evalMatchoutFunc),
+    CH_INTERP(chMatch, "match", evalMatchFunc),
+    CH_INTERP(chMatch | chInValue, "vmatchin", evalVmatchinFunc),
+    CH_INTERP(chMatch | chOutValue, "vmatchout", evalVmatchoutFunc),
+    CH_INTERP(chMatch | chValues, "vmatch", evalVmatchFunc),
+    CH_RANGE("repeat", evalRepeatFunc),
+    CH_RANGE("repeatt", evalRepeattFunc),
+    CH_RANGE("cycle", evalCycleFunc),
+    CH_RANGE("cyclet", evalCycletFunc),
+    CH_LIB("eval", 1, EV_TYPEFLOAT, theStringArg, chEvalFunction),
+    CH_LIB("evals", 1, EV_TYPESTRING, theStringArg, chEvalsFunction),
+    CH_LIB("noise", 3, EV_TYPEFLOAT, theFloatArgs, chNoiseFunction),
+    CH_LIB("turb", 4, EV_TYPEFLOAT, theFloatArgs, chTurbFunction),
+    CH_LIB("snoise", 3, EV_TYPEFLOAT, theFloatArgs, chSnoiseFunction),
+    CH_LIB("sturb", 4, EV_TYPEFLOAT, theFloatArgs, chSturbFunction),
+};
+
 #undef CH_INTERP
 #undef CH_INTERP_P
+#undef CH_RANGE
+#undef CH_LIB
 
 } // namespace
 
@@ -75,8 +114,12 @@ EV_FUNCTION **CHgetExpressionFunctionTable()
         &theInterpFunctions[6], &theInterpFunctions[7], &theInterpFunctions[8],
         &theInterpFunctions[9], &theInterpFunctions[10], &theInterpFunctions[11],
         &theInterpFunctions[12],
-        // The match family (matchin ... vmatch), repeat and cycle, eval and
-        // evals, and the noise functions follow here, in that order.
+        &theOtherFunctions[0], &theOtherFunctions[1], &theOtherFunctions[2],
+        &theOtherFunctions[3], &theOtherFunctions[4], &theOtherFunctions[5],
+        &theOtherFunctions[6], &theOtherFunctions[7], &theOtherFunctions[8],
+        &theOtherFunctions[9], &theOtherFunctions[10], &theOtherFunctions[11],
+        &theOtherFunctions[12], &theOtherFunctions[13], &theOtherFunctions[14],
+        &theOtherFunctions[15],
         nullptr};
     return theTable;
 }

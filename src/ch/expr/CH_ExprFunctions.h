@@ -4,8 +4,7 @@
 class EV_FUNCTION;
 
 /// The expression functions the library registers with the engine, in
-/// registration order, ended by null. The animation functions join it as
-/// they are built.
+/// registration order, ended by null (docs/functions.md lists them).
 EV_FUNCTION **CHgetExpressionFunctionTable();
 
 class CH_Expression;

@@ -158,8 +158,9 @@ void CH_Manager::initLibraryGlue()
     initExpressionLibrary();
     ev_AddType(&theDefineType);
     ev_AddVariableType(&theLocalVarType, 0);
-    ev_SetVariableCallback(chHostVariable);
     ev_SetOptimization(0);
     for (EV_FUNCTION **f = CHgetExpressionFunctionTable(); *f; ++f)
         ev_AddFunction(*f);
+    // Last: names no type or function claims fall through to the manager.
+    ev_SetVariableCallback(chHostVariable);
 }

@@ -144,7 +144,8 @@ namespace {
 // Maps an offset into [a, b): the remainder of whole cycles of |b - a|.
 // A remainder just below a whole cycle counts as that cycle (cycles gets
 // it too). Results more than 8e-5 below a, or not more than 8e-5 below b,
-// become a.
+// become a; the latter is a whole cycle as well, or cycle() would drop one
+// cycle's offset just before each boundary.
 float mapIntoRange(float x, float a, float b, int &cycles)
 {
     float w = std::fabs(b - a);
@@ -171,8 +172,20 @@ float mapIntoRange(float x, float a, float b, int &cycles)
     }
     float m = a + r * w;
     if (m < a - 8e-5f || !(m < b - 8e-5f))
+    {
+        if (m > a && cycles < 1000000000)
+            ++cycles;
         m = a;
+    }
     return m;
+}
+
+// One segment evaluated at a local time, with the thread's time set to it
+// as the channel's own evaluation does, so time-dependent segments see it.
+float segmentAt(chGlue &g, CH_Segment *s, float x, int thread)
+{
+    g.channel->setEvalTime(x, thread);
+    return g.channel->evaluateSegment(s, x, false, thread);
 }
 
 // The channel's value at a local time, through the channel. A time that
@@ -188,7 +201,7 @@ float valueAt(chGlue &g, float x, int thread)
     if (!prev)
         return g.in;
     float end = prev->getEnd();
-    return g.channel->evaluateSegment(prev, x < end ? x : end, false, thread);
+    return segmentAt(g, prev, x < end ? x : end, thread);
 }
 
 // The channel's value just before a local time: at a key, the segment
@@ -200,10 +213,30 @@ float leftLimitAt(chGlue &g, float x, int thread)
     if (prev && std::fabs(s->getStart() - x) <= g.channel->getTolerance())
     {
         float end = prev->getEnd();
-        return g.channel->evaluateSegment(prev, x < end ? x : end, false, thread);
+        return segmentAt(g, prev, x < end ? x : end, thread);
     }
     return valueAt(g, x, thread);
 }
+
+// Evaluating other times moves the channel's local time and the thread's
+// time (the behaviours outside the keys set them for good); the calling
+// segment may read both again after the call returns.
+struct chTimeRestore
+{
+    chGlue &g;
+    CH_Manager &mgr;
+    int thread;
+    double time;
+    chTimeRestore(chGlue &glue, CH_Manager &m, int th)
+        : g(glue), mgr(m), thread(th), time(m.getEvaluateTime(th))
+    {
+    }
+    ~chTimeRestore()
+    {
+        g.channel->setEvalTime(g.t, thread);
+        mgr.setEvaluateTime(static_cast<float>(time), thread);
+    }
+};
 
 struct chRange
 {
@@ -229,6 +262,7 @@ float repeatCommon(CH_Manager &mgr, float first, float last, bool frames, int th
         return 0.0f;
     int cycles;
     float m = mapIntoRange(g.t - g.start, r.ts, r.te, cycles);
+    chTimeRestore restore(g, mgr, thread);
     return valueAt(g, m, thread);
 }
 
@@ -245,6 +279,7 @@ float cycleCommon(CH_Manager &mgr, float first, float last, bool frames, int thr
         return 0.0f;
     int cycles;
     float m = mapIntoRange(g.t - g.start, r.ts, r.te, cycles);
+    chTimeRestore restore(g, mgr, thread);
     float v_start = valueAt(g, r.ts, thread);
     float v_end = leftLimitAt(g, r.te, thread);
     float v_m = valueAt(g, m, thread);
