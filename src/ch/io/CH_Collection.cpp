@@ -78,11 +78,6 @@ const CH_LocalVariable *CH_Collection::getLocalVariable(const char *name) const
     return nullptr;
 }
 
-CH_Segment *CH_Collection::evalSegment(int thread) const
-{
-    CH_Channel *c = myEvalSlots.get(thread).channel;
-    return c ? c->getEvaluationSegment(thread) : nullptr;
-}
 
 float CH_Collection::getVariableValue(int table, int id, int thread)
 {
@@ -227,43 +222,6 @@ void CH_Collection::setEvalChannel(CH_Channel *channel, const char *name, CH_Cha
 CH_Channel *CH_Collection::getEvalChannel(int thread) const
 {
     return myEvalSlots.get(thread).channel;
-}
-
-float CH_Collection::getGlueIV(int thread)
-{
-    CH_Segment *s = evalSegment(thread);
-    return s ? s->getInValue() : 0.0f;
-}
-
-void CH_Collection::getGlueTime(float &t, float &start, float &end, float &in_value,
-                                float &out_value, int thread)
-{
-    CH_Channel *c = myEvalSlots.get(thread).channel;
-    CH_Segment *s = c ? c->getEvaluationSegment(thread) : nullptr;
-    if (!s)
-    {
-        t = start = end = in_value = out_value = 0.0f;
-        return;
-    }
-    t = c->getLocalTime(thread);
-    start = s->getStart();
-    end = s->getEnd();
-    in_value = s->getInValue();
-    out_value = s->getOutValue();
-}
-
-void CH_Collection::getGlueSlope(float *in_slope, float *out_slope, float *in_accel,
-                                 float *out_accel, int thread)
-{
-    CH_Segment *s = evalSegment(thread);
-    if (in_slope)
-        *in_slope = s ? s->getInSlope() : 0.0f;
-    if (out_slope)
-        *out_slope = s ? s->getOutSlope() : 0.0f;
-    if (in_accel)
-        *in_accel = s ? s->getInAccel() : 0.0f;
-    if (out_accel)
-        *out_accel = s ? s->getOutAccel() : 0.0f;
 }
 
 void CH_Collection::evaluationError(const CH_Channel *channel, int err, int thread)
