@@ -69,23 +69,7 @@ float baselineEvaluate(const chBenchScene &s, float t, float tol)
         return s.values[0];
     if (!(t - length < -tol))
         return s.values[n];
-    int lo = 0, hi = n - 1;
-    while (hi - lo > 1)
-    {
-        int mid = (lo + hi) / 2;
-        float start = s.starts[mid], end = s.starts[mid + 1];
-        if (start <= t + tol && end >= t - tol)
-        {
-            if (std::fabs(end - t) > tol)
-                return s.values[mid];
-            return s.values[mid < n - 1 ? mid + 1 : mid];
-        }
-        if (start <= t + tol)
-            lo = mid;
-        else
-            hi = mid;
-    }
-    return s.values[s.starts[hi] - t > tol ? lo : hi];
+    return s.values[chbenchSegmentIndex(s.starts.data(), n, t, tol)];
 }
 
 void BM_ChannelRandom(benchmark::State &state)

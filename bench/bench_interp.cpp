@@ -95,23 +95,7 @@ int baselineSegment(const std::vector<float> &starts, float t, float tol)
         return 0;
     if (!(t - length < -tol))
         return n;
-    int lo = 0, hi = n - 1;
-    while (hi - lo > 1)
-    {
-        int mid = (lo + hi) / 2;
-        float start = starts[mid], end = starts[mid + 1];
-        if (start <= t + tol && end >= t - tol)
-        {
-            if (std::fabs(end - t) > tol)
-                return mid;
-            return mid < n - 1 ? mid + 1 : mid;
-        }
-        if (start <= t + tol)
-            lo = mid;
-        else
-            hi = mid;
-    }
-    return starts[hi] - t > tol ? lo : hi;
+    return chbenchSegmentIndex(starts.data(), n, t, tol);
 }
 
 inline bool degenerate(float l) { return l > -1e-5f && l < 1e-5f; }

@@ -105,24 +105,7 @@ chBenchScene &scene()
 // the segment starting there), as in bench_channel.cpp.
 int baselineSegment(const std::vector<float> &key, float t, float tol)
 {
-    int n = static_cast<int>(key.size()) - 1;
-    int lo = 0, hi = n - 1;
-    while (hi - lo > 1)
-    {
-        int mid = (lo + hi) / 2;
-        float start = key[mid], end = key[mid + 1];
-        if (start <= t + tol && end >= t - tol)
-        {
-            if (std::fabs(end - t) > tol)
-                return mid;
-            return mid < n - 1 ? mid + 1 : mid;
-        }
-        if (start <= t + tol)
-            lo = mid;
-        else
-            hi = mid;
-    }
-    return key[hi] - t > tol ? lo : hi;
+    return chbenchSegmentIndex(key.data(), static_cast<int>(key.size()) - 1, t, tol);
 }
 
 float linearAt(const chKeys &k, int i, float t)

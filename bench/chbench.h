@@ -12,6 +12,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cmath>
+
 #include <string>
 
 /// Declares that benchmark 'ours' is compared with benchmark 'baseline'
@@ -34,5 +36,30 @@ struct chbenchComparison
 /// CHBENCH_RATIO(name, ours, baseline) at namespace scope.
 #define CHBENCH_RATIO(name, ours, baseline) \
     static chbenchComparison CHBENCH_CONCAT(theComparison, __LINE__)(name, #ours, #baseline)
+
+/// The hand-written baselines' segment search over key times (segment i
+/// spans keys[i] .. keys[i + 1], n + 1 keys): the channel's tolerance binary
+/// search for a time inside the keys, where a key belongs to the segment
+/// starting there. Inline, so each baseline compiles it into its own loop.
+inline int chbenchSegmentIndex(const float *keys, int n, float t, float tol)
+{
+    int lo = 0, hi = n - 1;
+    while (hi - lo > 1)
+    {
+        int mid = (lo + hi) / 2;
+        float start = keys[mid], end = keys[mid + 1];
+        if (start <= t + tol && end >= t - tol)
+        {
+            if (std::fabs(end - t) > tol)
+                return mid;
+            return mid < n - 1 ? mid + 1 : mid;
+        }
+        if (start <= t + tol)
+            lo = mid;
+        else
+            hi = mid;
+    }
+    return keys[hi] - t > tol ? lo : hi;
+}
 
 #endif

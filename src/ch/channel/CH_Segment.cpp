@@ -609,59 +609,27 @@ bool CH_Segment::getValueValid(bool in, CH_ValueTypes kind) const
 
 // ---- Ties -------------------------------------------------------------------------
 
-void CH_Segment::tieInValue(bool tie, bool propagate)
+void CH_Segment::tieSide(bool in, CH_ValueTypes kind, bool tie, bool propagate, float k)
 {
-    myFlags.set(CH_SegmentFlags::IN_VALUE_TIED, tie);
-    if (!propagate || !myPrev)
+    myFlags.set(tieBit(in, kind), tie);
+    CH_Segment *neighbour = in ? myPrev : myNext;
+    if (!propagate || !neighbour)
         return;
-    if (tie)
-        setInValue(myPrev->myOutValue, false);
-    myPrev->myFlags.set(CH_SegmentFlags::OUT_VALUE_TIED, tie);
+    // The segment being tied takes the neighbour's number; accels are only
+    // marked.
+    if (tie && kind == CH_VALUE)
+        setSideValue(in, neighbour->side(!in).value, false);
+    else if (tie && kind == CH_SLOPE)
+        setSideSlope(in, neighbour->side(!in).slope, false, k);
+    neighbour->myFlags.set(tieBit(!in, kind), tie);
 }
 
-void CH_Segment::tieOutValue(bool tie, bool propagate)
-{
-    myFlags.set(CH_SegmentFlags::OUT_VALUE_TIED, tie);
-    if (!propagate || !myNext)
-        return;
-    if (tie)
-        setOutValue(myNext->myInValue, false);
-    myNext->myFlags.set(CH_SegmentFlags::IN_VALUE_TIED, tie);
-}
-
-void CH_Segment::tieInSlope(bool tie, bool propagate, float k)
-{
-    myFlags.set(CH_SegmentFlags::IN_SLOPE_TIED, tie);
-    if (!propagate || !myPrev)
-        return;
-    if (tie)
-        setInSlope(myPrev->myOutSlope, false, k);
-    myPrev->myFlags.set(CH_SegmentFlags::OUT_SLOPE_TIED, tie);
-}
-
-void CH_Segment::tieOutSlope(bool tie, bool propagate, float k)
-{
-    myFlags.set(CH_SegmentFlags::OUT_SLOPE_TIED, tie);
-    if (!propagate || !myNext)
-        return;
-    if (tie)
-        setOutSlope(myNext->myInSlope, false, k);
-    myNext->myFlags.set(CH_SegmentFlags::IN_SLOPE_TIED, tie);
-}
-
-void CH_Segment::tieInAccel(bool tie, bool propagate)
-{
-    myFlags.set(CH_SegmentFlags::IN_ACCEL_TIED, tie);
-    if (propagate && myPrev)
-        myPrev->myFlags.set(CH_SegmentFlags::OUT_ACCEL_TIED, tie);
-}
-
-void CH_Segment::tieOutAccel(bool tie, bool propagate)
-{
-    myFlags.set(CH_SegmentFlags::OUT_ACCEL_TIED, tie);
-    if (propagate && myNext)
-        myNext->myFlags.set(CH_SegmentFlags::IN_ACCEL_TIED, tie);
-}
+void CH_Segment::tieInValue(bool tie, bool propagate) { tieSide(true, CH_VALUE, tie, propagate, 0.0f); }
+void CH_Segment::tieOutValue(bool tie, bool propagate) { tieSide(false, CH_VALUE, tie, propagate, 0.0f); }
+void CH_Segment::tieInSlope(bool tie, bool propagate, float k) { tieSide(true, CH_SLOPE, tie, propagate, k); }
+void CH_Segment::tieOutSlope(bool tie, bool propagate, float k) { tieSide(false, CH_SLOPE, tie, propagate, k); }
+void CH_Segment::tieInAccel(bool tie, bool propagate) { tieSide(true, CH_ACCEL, tie, propagate, 0.0f); }
+void CH_Segment::tieOutAccel(bool tie, bool propagate) { tieSide(false, CH_ACCEL, tie, propagate, 0.0f); }
 
 // ---- Time -----------------------------------------------------------------------
 

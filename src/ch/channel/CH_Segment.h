@@ -200,6 +200,7 @@ private:
     void setSideValue(bool in, float v, bool propagate);
     void setSideSlope(bool in, float s, bool propagate, float k);
     void setSideAccel(bool in, float a, bool propagate);
+    void tieSide(bool in, CH_ValueTypes kind, bool tie, bool propagate, float k);
     void initDefaults();
     void checkExpression();
     void setExpressionText(const char *text, CH_ExprLanguage language);
