@@ -237,6 +237,16 @@ TEST_F(CHChannel, PendingStateFollowsTheTime)
     EXPECT_FALSE(ch->isPending());
     mgr.getPendingChannels(pending);
     EXPECT_EQ(pending.entries(), 0);
+
+    // The manager clears what it lists, and forgets deleted channels.
+    chTestChannelBuilder::setPending(*ch, true, 4.0f);
+    mgr.clearPendingChannels();
+    EXPECT_FALSE(ch->isPending());
+    CH_Channel *other = obj.addChannel("ty");
+    chTestChannelBuilder::setPending(*other, true, 1.0f);
+    obj.deleteChannel(other);
+    mgr.getPendingChannels(pending);
+    EXPECT_EQ(pending.entries(), 0);
 }
 
 TEST_F(CHChannel, QueriesAndCopies)
@@ -330,9 +340,9 @@ TEST_F(CHChannel, DisabledRangesHoldTheValueAtTheirStart)
     EXPECT_FLOAT_EQ(at(5), 4.0f);
     EXPECT_FLOAT_EQ(at(4), 4.0f);
     EXPECT_FLOAT_EQ(at(6), 4.0f); // the end of the last range counts as disabled
+    EXPECT_FLOAT_EQ(at(6.5f), 6.5f);
     ch->disable(7, 8);
-    EXPECT_FLOAT_EQ(at(6), 6.0f); // ... the end of an earlier one does not
-    ch->disable(6, 7);            // touching ranges merge
+    ch->disable(6, 7); // touching ranges merge
     ASSERT_EQ(ch->getNDisableSegments(), 1);
     EXPECT_FLOAT_EQ(at(7), 4.0f);
     EXPECT_TRUE(ch->isDisabled(6));

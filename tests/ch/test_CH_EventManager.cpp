@@ -101,6 +101,9 @@ TEST_F(CHEvents, SampleCacheInterpolatesBetweenSamples)
     EXPECT_FLOAT_EQ(obj.evaluate(a, 0.5f, false, 0), 0.25f); // on a sample
     s->setModified(1);
     EXPECT_EQ(s->getCacheSize(), 0);
+    obj.evaluate(a, 0.5f, false, 0);
+    *s = CH_Segment(7.0f, a, 1.0f); // assignment drops the old samples
+    EXPECT_EQ(s->getCacheSize(), 0);
 
     // Non-finite and far-away times bypass the cache.
     // NaN fails every comparison and so lands on the right behaviour.

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <sstream>
 
 namespace {
@@ -114,10 +115,12 @@ TEST_F(CHSegment, TiesCarryChangesOneKey)
     b->tieInValue(true); // the tied side adopts the neighbour's number
     EXPECT_EQ(b->getInValue(), 5.0f);
 
-    // Hold last key: the last segment is kept flat.
+    // Hold last key: the last segment is kept flat, a NaN key included.
     mgr.setHoldLastKey(true);
     end->setInValue(9.0f, false);
     EXPECT_EQ(end->getOutValue(), 9.0f);
+    end->setInValue(std::nanf(""), true);
+    EXPECT_TRUE(std::isnan(end->getOutValue()));
     mgr.setHoldLastKey(false);
 }
 

@@ -56,6 +56,13 @@ CH_Channel::CH_Channel(CH_Collection *collection, const CH_Channel &from)
 
 CH_Channel::~CH_Channel()
 {
+    if (myManager)
+    {
+        // The manager must not keep this channel as pending or in its
+        // sorted list of scoped channels.
+        myManager->removePendingChannel(this);
+        myManager->scopeChanged(1, false);
+    }
     for (CH_Segment *s : mySegments)
         delete s;
     for (CH_Segment *s : myDisableSegments)

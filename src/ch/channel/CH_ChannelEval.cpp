@@ -113,7 +113,7 @@ int CH_Channel::getDisableSegmentIndex(float t, bool take_previous) const
         if (d->getEnd() < t - tol)
             return take_previous ? i : -1;
         if (d->getStart() < t + tol)
-            return onSegment(i);
+            return i;
     }
     return -1;
 }
@@ -326,6 +326,7 @@ float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int 
             float v = evaluate(d->getStart() + myStart, true, thread);
             d->setInValue(v, true);
             d->setOutValue(v, true);
+            d->setModified(0); // until the channel changes again
         }
     }
     if (isEmpty())
@@ -394,7 +395,10 @@ void CH_Channel::evaluateStringOutside(UT_String &result, float t, bool left, in
     switch (behavior)
     {
     case CH_CHANNEL_DEFAULT:
-        getManager()->evaluateString(myDefaultString, result, t + myStart, myCollection, thread);
+        if (myManager)
+            myManager->evaluateString(myDefaultString, result, t + myStart, myCollection, thread);
+        else
+            result = myDefaultString;
         return;
     case CH_CHANNEL_HOLD:
     case CH_CHANNEL_SLOPE: // strings have no slope

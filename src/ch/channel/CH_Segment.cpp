@@ -123,6 +123,7 @@ CH_Segment &CH_Segment::operator=(const CH_Segment &from)
     myOutAccel = from.myOutAccel;
     setSplineKnots(from.myKnots.get(), from.myNKnots);
     myPrev = myNext = nullptr;
+    clearCache(); // samples of what this segment was
     return *this;
 }
 
@@ -434,15 +435,25 @@ void CH_Segment::normalizeAccels()
 
 // ---- Values and slopes ---------------------------------------------------------
 
+namespace {
+
+// NaN equals NaN here: holding a NaN key must end like any other.
+bool sameValue(float a, float b)
+{
+    return a == b || (std::isnan(a) && std::isnan(b));
+}
+
+} // namespace
+
 void CH_Segment::holdLastKey(float value, bool propagate)
 {
-    if (myInValue != value)
+    if (!sameValue(myInValue, value))
         setInValue(value, propagate);
-    if (myOutValue != value)
+    if (!sameValue(myOutValue, value))
         setOutValue(value, propagate);
-    if (myInSlope != 0.0f)
+    if (!sameValue(myInSlope, 0.0f))
         setInSlope(0.0f, true, 0.0f);
-    if (myOutSlope != 0.0f)
+    if (!sameValue(myOutSlope, 0.0f))
         setOutSlope(0.0f, true, 0.0f);
 }
 
@@ -477,7 +488,7 @@ CH_Segment::chSide CH_Segment::side(bool in)
 void CH_Segment::setSideValue(bool in, float v, bool propagate)
 {
     chSide sd = side(in);
-    if (v != sd.value)
+    if (!sameValue(v, sd.value))
     {
         sd.value = v;
         setModified(1);
@@ -503,7 +514,7 @@ void CH_Segment::setSideSlope(bool in, float s, bool propagate, float k)
         double factor = den == 0.0 ? 1.0 : slopeScaleFactor(k, sd.slope) / den;
         sd.accel = static_cast<float>(sd.accel * factor);
     }
-    if (s != sd.slope)
+    if (!sameValue(s, sd.slope))
     {
         sd.slope = s;
         setModified(1);
@@ -668,7 +679,7 @@ void CH_Segment::stretch(float scale, int sides, int)
     if (myLength == 0.0f)
         return;
     float length = scale * myLength;
-    if (length < 1e-5f)
+    if (!(length >= 1e-5f)) // NaN scales too
     {
         length = 1e-5f;
         scale = 1e-5f / myLength;

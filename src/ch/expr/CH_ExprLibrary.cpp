@@ -13,16 +13,16 @@ namespace {
 // the text it evaluated to the expression that called it.
 constexpr unsigned theUsageBits = 0x2f8000u;
 
-// The engine ORs a function record's flags into its caller after each call,
-// so the record carries the evaluated text's bits back to the caller.
+// Hands the evaluated text's bits on to the expression that called "eval",
+// through the calling thread's gathered flags: the function record is shared
+// by every thread, so it does not carry them (two threads evaluating
+// different texts would overwrite each other's bits there).
 template <typename Evaluate>
-void evaluateText(EV_FUNCTION *func, const char *text, Evaluate evaluate)
+void evaluateText(const char *text, int thread, Evaluate evaluate)
 {
     CH_Expression expr(text, CH_ORVISH);
-    func->setUserFlags(func->getUserFlags() & ~theUsageBits);
     evaluate(expr);
-    func->setUserFlags((func->getUserFlags() & ~theUsageBits) |
-                       (expr.getExpressionFlag() & theUsageBits));
+    CH_Expression::addExprFlags(static_cast<int>(expr.getExpressionFlag() & theUsageBits), thread);
 }
 
 // The two shared generators: gradient noise, and cellular noise for the
@@ -52,17 +52,17 @@ int depthArg(EV_SYMBOL *arg)
 
 } // namespace
 
-void chEvalFunction(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
+void chEvalFunction(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
 {
     float value = 0.0f;
-    evaluateText(func, args[0]->getString(), [&](CH_Expression &e) { value = e.evaluate(thread); });
+    evaluateText(args[0]->getString(), thread, [&](CH_Expression &e) { value = e.evaluate(thread); });
     result->setFloat(value);
 }
 
-void chEvalsFunction(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
+void chEvalsFunction(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **args, int thread)
 {
     UT_String value;
-    evaluateText(func, args[0]->getString(), [&](CH_Expression &e) { e.evaluateString(value, thread); });
+    evaluateText(args[0]->getString(), thread, [&](CH_Expression &e) { e.evaluateString(value, thread); });
     result->setString(value.c_str());
 }
 

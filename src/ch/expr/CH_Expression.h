@@ -63,6 +63,9 @@ public:
     /// over thousands of segments, and one shared program stays in cache.
     /// A pooled expression never edits the shared engine expression:
     /// changing its text (or anything else it compiled) gives it its own.
+    /// The flag word is shared too: a text that read time in one place
+    /// reports time dependence everywhere it is pooled (never the reverse),
+    /// which at worst makes a host re-evaluate a constant.
     CH_Expression(const char *text, CH_ExprLanguage language, PooledTag);
     CH_Expression(const CH_Expression &source);
     /// Takes the source's text and language and recompiles; a source with

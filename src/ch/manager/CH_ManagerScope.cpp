@@ -4,8 +4,14 @@
 // entry.
 #include "CH_Manager.h"
 
+#include <ch/channel/CH_Channel.h>
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_Group.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
 
 const char *const chScopeFlagNames[5] = {"Scoped", "Selected", "Pinned", "Displayed", "Templated"};
 
@@ -139,11 +145,15 @@ void CH_Manager::getSelectedScopedChanRefs(UT_RefArray<CH_ChannelRef> &refs, boo
 
 void CH_Manager::getScopedChannels(UT_PtrArray<CH_Channel *> &channels, bool sorted)
 {
+    // Live channels of exposed collections only.
     auto gather = [this](UT_PtrArray<CH_Channel *> &out) {
         out.clear();
         for (const auto &entry : myScopeTable)
-            if (CH_Channel *channel = getChRefChannel(entry.first.getRef()))
+        {
+            CH_Channel *channel = getChRefChannel(entry.first.getRef());
+            if (channel && channel->getCollection() && channel->getCollection()->getExpose())
                 out.append(channel);
+        }
     };
     if (!sorted)
     {
@@ -153,6 +163,26 @@ void CH_Manager::getScopedChannels(UT_PtrArray<CH_Channel *> &channels, bool sor
     if (!mySortedScopedValid)
     {
         gather(mySortedScoped);
+        // By full path, component by component ("/a/b" before "/a/b/c").
+        std::vector<std::pair<std::string, CH_Channel *>> keyed;
+        for (CH_Channel *channel : mySortedScoped)
+        {
+            UT_String path;
+            channel->getFullPath(path);
+            keyed.emplace_back(path.toStdString(), channel);
+        }
+        std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
+            return std::lexicographical_compare(
+                a.first.begin(), a.first.end(), b.first.begin(), b.first.end(),
+                [](char x, char y) {
+                    // "/" sorts before every other character.
+                    unsigned char ux = x == '/' ? 0 : static_cast<unsigned char>(x);
+                    unsigned char uy = y == '/' ? 0 : static_cast<unsigned char>(y);
+                    return ux < uy;
+                });
+        });
+        for (int i = 0; i < mySortedScoped.entries(); ++i)
+            mySortedScoped(i) = keyed[static_cast<std::size_t>(i)].second;
         mySortedScopedValid = true;
     }
     channels = mySortedScoped;
@@ -412,12 +442,11 @@ void CH_Manager::unscopeChannelsWithNodeId(int node_id, bool force)
 }
 
 // ---- Pending channels ------------------------------------------------------------
-// The channel's own pending flag comes with the channel core; the table alone
-// decides here.
 
 void CH_Manager::addPendingChannel(CH_Channel *channel)
 {
-    myPendingChannels.insert(channel);
+    if (channel)
+        myPendingChannels.insert(channel);
 }
 
 void CH_Manager::removePendingChannel(CH_Channel *channel)
@@ -434,7 +463,9 @@ void CH_Manager::getPendingChannels(UT_PtrArray<CH_Channel *> &channels) const
 
 void CH_Manager::clearPendingChannels()
 {
-    // Channels clear their pending state (and leave this table) once the
-    // channel core exists.
-    myPendingChannels.clear();
+    // Each channel leaves the table as it clears its pending state.
+    std::vector<CH_Channel *> snapshot(myPendingChannels.begin(), myPendingChannels.end());
+    for (auto it = snapshot.rbegin(); it != snapshot.rend(); ++it)
+        (*it)->clearPending();
+    myPendingChannels.clear(); // held channels stay pending but are not listed
 }
