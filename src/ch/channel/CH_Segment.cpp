@@ -410,25 +410,40 @@ void CH_Segment::clampOutAccel()
         setModified(1);
 }
 
+// One side's numbers and tie bits, and the segment across its key, so that
+// the in and out setters share one body.
+struct CH_Segment::chSide
+{
+    float &value;
+    float &slope;
+    float &accel;
+    unsigned valueTie, slopeTie, accelTie;
+    CH_Segment *neighbour;
+    bool in;
+};
+
+CH_Segment::chSide CH_Segment::side(bool in)
+{
+    if (in)
+        return {myInValue, myInSlope, myInAccel, CH_SegmentFlags::IN_VALUE_TIED,
+                CH_SegmentFlags::IN_SLOPE_TIED, CH_SegmentFlags::IN_ACCEL_TIED, myPrev, true};
+    return {myOutValue, myOutSlope, myOutAccel, CH_SegmentFlags::OUT_VALUE_TIED,
+            CH_SegmentFlags::OUT_SLOPE_TIED, CH_SegmentFlags::OUT_ACCEL_TIED, myNext, false};
+}
+
 void CH_Segment::normalizeAccels()
 {
     float l = myLength == 0.0f ? 1.0f : myLength;
-    float in_target = l * std::sqrt(myInSlope * myInSlope + 1.0f) * 0.33333334f;
-    if (myInAccel != in_target)
+    for (bool in : {true, false})
     {
-        float old = myInAccel;
-        myInAccel = in_target;
-        clampInAccel();
-        if (myInAccel != old)
-            setModified(1);
-    }
-    float out_target = l * std::sqrt(myOutSlope * myOutSlope + 1.0f) * 0.33333334f;
-    if (myOutAccel != out_target)
-    {
-        float old = myOutAccel;
-        myOutAccel = out_target;
-        clampOutAccel();
-        if (myOutAccel != old)
+        chSide sd = side(in);
+        float target = l * std::sqrt(sd.slope * sd.slope + 1.0f) * 0.33333334f;
+        if (sd.accel == target)
+            continue;
+        float old = sd.accel;
+        sd.accel = target;
+        in ? clampInAccel() : clampOutAccel();
+        if (sd.accel != old)
             setModified(1);
     }
 }
@@ -462,27 +477,6 @@ void CH_Segment::afterValueSet(float value, bool propagate)
     CH_Manager *mgr = getManager();
     if (mgr && mgr->getHoldLastKey() && myPrev && !myNext)
         holdLastKey(value, propagate);
-}
-
-// One side's numbers and tie bits, and the segment across its key, so that
-// the in and out setters share one body.
-struct CH_Segment::chSide
-{
-    float &value;
-    float &slope;
-    float &accel;
-    unsigned valueTie, slopeTie, accelTie;
-    CH_Segment *neighbour;
-    bool in;
-};
-
-CH_Segment::chSide CH_Segment::side(bool in)
-{
-    if (in)
-        return {myInValue, myInSlope, myInAccel, CH_SegmentFlags::IN_VALUE_TIED,
-                CH_SegmentFlags::IN_SLOPE_TIED, CH_SegmentFlags::IN_ACCEL_TIED, myPrev, true};
-    return {myOutValue, myOutSlope, myOutAccel, CH_SegmentFlags::OUT_VALUE_TIED,
-            CH_SegmentFlags::OUT_SLOPE_TIED, CH_SegmentFlags::OUT_ACCEL_TIED, myNext, false};
 }
 
 void CH_Segment::setSideValue(bool in, float v, bool propagate)

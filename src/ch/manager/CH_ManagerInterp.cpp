@@ -176,19 +176,37 @@ float CH_Manager::evalLinearFunc(int thread)
     return s.in + (s.out - s.in) * f;
 }
 
+namespace {
+
+// The rules cubic() and quintic() share before their polynomial: no
+// segment gives 0, a degenerate length the mean, the ends their values.
+// True when one of them answered.
+bool chHermiteEnds(CH_Collection *collection, chSegmentTimes &s, int thread, float &value)
+{
+    value = 0.0f;
+    if (!chReadTimes(collection, s, thread))
+        return true;
+    if (chDegenerate(s.end - s.start))
+        value = (s.in + s.out) * 0.5f;
+    else if (s.t <= s.start)
+        value = s.in;
+    else if (s.t >= s.end)
+        value = s.out;
+    else
+        return false;
+    return true;
+}
+
+} // namespace
+
 float CH_Manager::evalCubicFunc(int thread)
 {
     CH_Collection *collection = getEvalCollection(thread);
     chSegmentTimes s;
-    if (!chReadTimes(collection, s, thread))
-        return 0.0f;
+    float value;
+    if (chHermiteEnds(collection, s, thread, value))
+        return value;
     float length = s.end - s.start;
-    if (chDegenerate(length))
-        return (s.in + s.out) * 0.5f;
-    if (s.t <= s.start)
-        return s.in;
-    if (s.t >= s.end)
-        return s.out;
     float in_slope, out_slope;
     collection->getGlueSlope(&in_slope, &out_slope, nullptr, nullptr, thread);
     float u = (s.t - s.start) / length;
@@ -201,15 +219,10 @@ float CH_Manager::evalQuinticFunc(int thread)
 {
     CH_Collection *collection = getEvalCollection(thread);
     chSegmentTimes s;
-    if (!chReadTimes(collection, s, thread))
-        return 0.0f;
+    float value;
+    if (chHermiteEnds(collection, s, thread, value))
+        return value;
     float length = s.end - s.start;
-    if (chDegenerate(length))
-        return (s.in + s.out) * 0.5f;
-    if (s.t <= s.start)
-        return s.in;
-    if (s.t >= s.end)
-        return s.out;
     float si, so, ai, ao;
     collection->getGlueSlope(&si, &so, &ai, &ao, thread);
     // Accels are second-derivative values scaled by the length once.
