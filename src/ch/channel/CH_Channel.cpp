@@ -170,16 +170,6 @@ void CH_Channel::setScope(bool on)
 
 // ---- Segment list ------------------------------------------------------------------
 
-CH_Segment *CH_Channel::getSegment(unsigned index) const
-{
-    unsigned n = static_cast<unsigned>(mySegments.entries());
-    if (index < n)
-        return mySegments(static_cast<int>(index));
-    if (index == n || index == ~0u)
-        return myEndSegment;
-    return nullptr;
-}
-
 int CH_Channel::getSegmentIndex(const CH_Segment *s) const
 {
     if (s && s == myEndSegment)

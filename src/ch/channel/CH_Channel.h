@@ -95,7 +95,13 @@ public:
     bool isEmpty() const { return mySegments.isEmpty() && !myEndSegment; }
     bool hasOnlyOneSegment() const { return myEndSegment && mySegments.isEmpty(); }
     /// Index n (the list length) or ~0u gives the end segment; null beyond.
-    CH_Segment *getSegment(unsigned index) const;
+    CH_Segment *getSegment(unsigned index) const
+    {
+        unsigned n = static_cast<unsigned>(mySegments.entries());
+        if (index < n)
+            return mySegments(static_cast<int>(index));
+        return index == n || index == ~0u ? myEndSegment : nullptr;
+    }
     CH_Segment *getFirstSegment() const { return mySegments.isEmpty() ? nullptr : mySegments(0); }
     CH_Segment *getLastSegment() const { return mySegments.isEmpty() ? nullptr : mySegments.last(); }
     CH_Segment *getEndSegment() const { return myEndSegment; }
@@ -137,6 +143,13 @@ public:
     // ---- Evaluation context (per thread) ------------------------------------------
     void setEvalTime(float local_time, int thread);
     CH_Segment *getEvaluationSegment(int thread) const { return slot(thread).segment; }
+    /// The segment and the local time together, from one slot lookup.
+    CH_Segment *getEvaluationSegment(int thread, float &local_time) const
+    {
+        const chEvalSlot &s = slot(thread);
+        local_time = s.time;
+        return s.segment;
+    }
     float getLocalTime(int thread) const { return slot(thread).time; }
     CH_Segment *getPrevEvaluationSegment(int thread) const;
     CH_Segment *getNextEvaluationSegment(int thread) const;

@@ -25,7 +25,7 @@ constexpr float theSlopeFactor = 999.99994f; // 0x4479FFFF
 
 int CH_Channel::getSegmentIdx(float t) const
 {
-    return findSegmentIdx(t, getTolerance());
+    return findSegmentIdx(t, myManager ? myManager->getTolerance() : getTolerance());
 }
 
 int CH_Channel::findSegmentIdx(float t, float tol) const
@@ -314,7 +314,7 @@ int CH_Channel::findSegmentIdx(float t, float tol, int *hint) const
 float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int thread, int *hint)
 {
     float t = global_time - myStart;
-    float tol = getTolerance();
+    float tol = myManager ? myManager->getTolerance() : getTolerance();
     CH_Segment *d = nullptr;
     if (!ignore_disabled && !myDisableSegments.isEmpty())
     {

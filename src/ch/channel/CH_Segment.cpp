@@ -194,7 +194,7 @@ void CH_Segment::checkExpression()
 {
     myFlags.set(CH_SegmentFlags::FUNCTION_BITS, false);
     const char *text = getExpression();
-    myInterpolation = text && getExprLanguage() == CH_ORVISH ? CHinterpolationIndex(text) : -1;
+    myInterpolation = text && getExprLanguage() == CH_ORVISH ? CHfindInterpolationCall(text) : nullptr;
     if (!text)
         return;
     static const struct

@@ -14,6 +14,7 @@
 #include <optional>
 
 class CH_Channel;
+struct CH_InterpolationCall;
 class CH_Manager;
 class CH_TimeGroup;
 
@@ -238,9 +239,8 @@ private:
     std::unique_ptr<UT_Vector3[]> myKnots;
     int myNKnots = 0;
     int myFirstCachedSample = 0;
-    /// The text is exactly an argument-free interpolation call, and which
-    /// (CHinterpolationIndex); -1 otherwise.
-    int myInterpolation = -1;
+    /// Set when the text is exactly an argument-free interpolation call.
+    const CH_InterpolationCall *myInterpolation = nullptr;
     std::deque<float> myCache;
 };
 

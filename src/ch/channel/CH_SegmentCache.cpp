@@ -9,6 +9,9 @@
 #include <ch/expr/CH_Expression.h>
 #include <ch/manager/CH_Manager.h>
 
+#include <ev/EV_Expression.h>
+#include <ev/EV_Function.h>
+
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -35,9 +38,13 @@ float CH_Segment::evaluate(float t, bool, int thread)
         return evaluateFromCache(t, thread);
     // The common texts ("bezier()", "linear()", ...) call their function
     // directly, as long as the library's records are the registered ones.
-    float value;
-    if (myInterpolation >= 0 && CHcallInterpolation(myInterpolation, *myExpression, thread, value))
-        return value;
+    if (myInterpolation && myInterpolation->current())
+        if (CH_Manager *manager = CH_Manager::getContext())
+        {
+            float value = myInterpolation->evaluate(*manager, thread);
+            myExpression->orExpressionFlag(EV_FLAG_EVALUATED | myInterpolation->record->getUserFlags());
+            return value;
+        }
     return myExpression ? myExpression->evaluate(thread) : 0.0f;
 }
 

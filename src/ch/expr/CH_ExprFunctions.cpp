@@ -126,59 +126,51 @@ EV_FUNCTION **CHgetExpressionFunctionTable()
 
 namespace {
 
-// The argument-free interpolation functions, by their record's index.
-struct chInterpolation
+// The argument-free interpolation functions and their records.
+struct chInterpolationText
 {
     const char *text;
-    int record;
-    float (CH_Manager::*evaluate)(int);
+    CH_InterpolationCall call;
 };
 
-const chInterpolation theInterpolations[] = {
-    {"constant()", 0, &CH_Manager::evalConstantFunc}, {"linear()", 1, &CH_Manager::evalLinearFunc},
-    {"qlinear()", 2, &CH_Manager::evalQlinearFunc},   {"cubic()", 3, &CH_Manager::evalCubicFunc},
-    {"spline()", 4, &CH_Manager::evalSplineFunc},     {"quintic()", 5, &CH_Manager::evalQuinticFunc},
-    {"ease()", 6, &CH_Manager::evalEaseFunc},         {"easein()", 8, &CH_Manager::evalEaseinFunc},
-    {"easeout()", 10, &CH_Manager::evalEaseoutFunc},  {"bezier()", 12, &CH_Manager::evalBezierFunc}};
-constexpr int theNumInterpolations = sizeof(theInterpolations) / sizeof(theInterpolations[0]);
-
-// Where the engine keeps each name's record, found on first use.
-const std::atomic<EV_FUNCTION *> *slotOf(int index)
+template <float (CH_Manager::*F)(int)>
+float chDirect(CH_Manager &manager, int thread)
 {
-    static std::atomic<const std::atomic<EV_FUNCTION *> *> theSlots[theNumInterpolations] = {};
-    const std::atomic<EV_FUNCTION *> *slot = theSlots[index].load(std::memory_order_acquire);
-    if (!slot)
-    {
-        const EV_FUNCTION &record = theInterpFunctions[theInterpolations[index].record];
-        slot = ev_FindFunctionSlot(record.getName());
-        theSlots[index].store(slot, std::memory_order_release);
-    }
-    return slot;
+    return (manager.*F)(thread);
 }
+
+chInterpolationText theInterpolations[] = {
+    {"constant()", {chDirect<&CH_Manager::evalConstantFunc>, &theInterpFunctions[0], {}}},
+    {"linear()", {chDirect<&CH_Manager::evalLinearFunc>, &theInterpFunctions[1], {}}},
+    {"qlinear()", {chDirect<&CH_Manager::evalQlinearFunc>, &theInterpFunctions[2], {}}},
+    {"cubic()", {chDirect<&CH_Manager::evalCubicFunc>, &theInterpFunctions[3], {}}},
+    {"spline()", {chDirect<&CH_Manager::evalSplineFunc>, &theInterpFunctions[4], {}}},
+    {"quintic()", {chDirect<&CH_Manager::evalQuinticFunc>, &theInterpFunctions[5], {}}},
+    {"ease()", {chDirect<&CH_Manager::evalEaseFunc>, &theInterpFunctions[6], {}}},
+    {"easein()", {chDirect<&CH_Manager::evalEaseinFunc>, &theInterpFunctions[8], {}}},
+    {"easeout()", {chDirect<&CH_Manager::evalEaseoutFunc>, &theInterpFunctions[10], {}}},
+    {"bezier()", {chDirect<&CH_Manager::evalBezierFunc>, &theInterpFunctions[12], {}}}};
 
 } // namespace
 
-int CHinterpolationIndex(const char *text)
+const CH_InterpolationCall *CHfindInterpolationCall(const char *text)
 {
     if (!text)
-        return -1;
-    for (int i = 0; i < theNumInterpolations; ++i)
-        if (!std::strcmp(text, theInterpolations[i].text))
-            return i;
-    return -1;
-}
-
-bool CHcallInterpolation(int index, const CH_Expression &expr, int thread, float &value)
-{
-    if (index < 0 || index >= theNumInterpolations)
-        return false;
-    const chInterpolation &f = theInterpolations[index];
-    EV_FUNCTION *record = &theInterpFunctions[f.record];
-    const std::atomic<EV_FUNCTION *> *slot = slotOf(index);
-    CH_Manager *manager = CH_Manager::getContext();
-    if (!slot || slot->load(std::memory_order_acquire) != record || !manager)
-        return false;
-    value = (manager->*f.evaluate)(thread);
-    expr.orExpressionFlag(EV_FLAG_EVALUATED | record->getUserFlags());
-    return true;
+        return nullptr;
+    for (chInterpolationText &entry : theInterpolations)
+    {
+        if (std::strcmp(text, entry.text) != 0)
+            continue;
+        CH_InterpolationCall &call = entry.call;
+        if (!call.slot.load(std::memory_order_acquire))
+        {
+            // Null until the library has registered its functions.
+            const std::atomic<EV_FUNCTION *> *slot = ev_FindFunctionSlot(call.record->getName());
+            if (!slot)
+                return nullptr;
+            call.slot.store(slot, std::memory_order_release);
+        }
+        return &call;
+    }
+    return nullptr;
 }

@@ -160,13 +160,12 @@ inline void CH_Collection::getGlueTime(float &t, float &start, float &end, float
                                        float &out_value, int thread)
 {
     CH_Channel *c = myEvalSlots.get(thread).channel;
-    CH_Segment *s = c ? c->getEvaluationSegment(thread) : nullptr;
+    CH_Segment *s = c ? c->getEvaluationSegment(thread, t) : nullptr;
     if (!s)
     {
         t = start = end = in_value = out_value = 0.0f;
         return;
     }
-    t = c->getLocalTime(thread);
     start = s->getStart();
     end = s->getEnd();
     in_value = s->getInValue();
