@@ -109,6 +109,10 @@ public:
     /// all channel-local.
     void getGlueTime(float &t, float &start, float &end, float &in_value, float &out_value,
                      int thread);
+    /// The evaluation segment itself (null without one) and the local time
+    /// (0 without one), from one lookup: for functions that read several of
+    /// its numbers.
+    CH_Segment *getGlueSegment(float &t, int thread);
     /// Slopes and accels of the evaluation segment; null pointers are skipped.
     void getGlueSlope(float *in_slope, float *out_slope, float *in_accel, float *out_accel,
                       int thread);
@@ -148,6 +152,13 @@ inline CH_Segment *CH_Collection::evalSegment(int thread) const
 {
     CH_Channel *c = myEvalSlots.get(thread).channel;
     return c ? c->getEvaluationSegment(thread) : nullptr;
+}
+
+inline CH_Segment *CH_Collection::getGlueSegment(float &t, int thread)
+{
+    t = 0.0f;
+    CH_Channel *c = myEvalSlots.get(thread).channel;
+    return c ? c->getEvaluationSegment(thread, t) : nullptr;
 }
 
 inline float CH_Collection::getGlueIV(int thread)

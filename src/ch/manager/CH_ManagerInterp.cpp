@@ -26,13 +26,35 @@ inline bool chDegenerate(float length) { return length > -1e-5f && length < 1e-5
 struct chSegmentTimes
 {
     float t = 0.0f, start = 0.0f, end = 0.0f, in = 0.0f, out = 0.0f;
+    const CH_Segment *segment = nullptr;
+
+    // The glue slopes and accels: 0 without a segment.
+    void slopes(float &in_slope, float &out_slope) const
+    {
+        in_slope = segment ? segment->getInSlope() : 0.0f;
+        out_slope = segment ? segment->getOutSlope() : 0.0f;
+    }
+    void accels(float &in_accel, float &out_accel) const
+    {
+        in_accel = segment ? segment->getInAccel() : 0.0f;
+        out_accel = segment ? segment->getOutAccel() : 0.0f;
+    }
 };
 
+// The segment's times and values through one glue lookup; false without a
+// collection.
 bool chReadTimes(CH_Collection *collection, chSegmentTimes &s, int thread)
 {
     if (!collection)
         return false;
-    collection->getGlueTime(s.t, s.start, s.end, s.in, s.out, thread);
+    s.segment = collection->getGlueSegment(s.t, thread);
+    if (s.segment)
+    {
+        s.start = s.segment->getStart();
+        s.end = s.segment->getEnd();
+        s.in = s.segment->getInValue();
+        s.out = s.segment->getOutValue();
+    }
     return true;
 }
 
@@ -208,7 +230,7 @@ float CH_Manager::evalCubicFunc(int thread)
         return value;
     float length = s.end - s.start;
     float in_slope, out_slope;
-    collection->getGlueSlope(&in_slope, &out_slope, nullptr, nullptr, thread);
+    s.slopes(in_slope, out_slope);
     float u = (s.t - s.start) / length;
     float a = length * in_slope;
     float b = (in_slope + out_slope) * length + 2.0f * (s.in - s.out);
@@ -224,7 +246,8 @@ float CH_Manager::evalQuinticFunc(int thread)
         return value;
     float length = s.end - s.start;
     float si, so, ai, ao;
-    collection->getGlueSlope(&si, &so, &ai, &ao, thread);
+    s.slopes(si, so);
+    s.accels(ai, ao);
     // Accels are second-derivative values scaled by the length once.
     float a = si * length;
     float c = 0.5f * ai * length;
@@ -268,7 +291,8 @@ float CH_Manager::evalBezierFunc(int thread)
     if (s.t >= s.end)
         return s.out;
     float si, so, ai, ao;
-    collection->getGlueSlope(&si, &so, &ai, &ao, thread);
+    s.slopes(si, so);
+    s.accels(ai, ao);
     CH_Bezier bezier;
     bezier.init(CH_SegmentValues(s.start, s.end, s.in, s.out, si, so, ai, ao));
     return bezier.eval(s.t);
