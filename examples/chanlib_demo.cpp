@@ -1,5 +1,6 @@
 // A short tour of what chanlib offers so far: channel-name patterns, string
 // expansion with variables and back-quoted expressions, per-thread values,
+// channels evaluated by expression,
 // Orvish expressions and the error list. Run it with `make run`.
 #include <ch/CH.h>
 
@@ -112,6 +113,26 @@ void showManager()
     std::printf("  $NFRAMES / $FPS = %g seconds (time dependent: %s)\n", value, timeDependent ? "yes" : "no");
 }
 
+void showChannels()
+{
+    std::printf("\nChannels (one key each, evaluated at any time):\n");
+    CH_Manager manager;
+    manager.setContext();
+    CH_Collection root(&manager);
+    CH_Collection geo(&manager, &root, "geo1");
+    // Until keys can be set, a channel's one key carries an expression.
+    CH_Channel *ty = geo.addChannel("ty");
+    ty->updateEndSegment();
+    ty->getEndSegment()->changeExpression("sin($T * 90) * 2", CH_ORVISH);
+    CH_Channel *label = geo.addChannel("label", 0.0f, "\"untitled\"");
+    for (int frame : {1, 13, 25, 37}) {
+        float t = manager.getTime(static_cast<float>(frame));
+        UT_String text;
+        geo.evaluateString(text, label, t, 0);
+        std::printf("  frame %-3d ty = %-10g label = %s\n", frame, geo.evaluate(ty, t, false, 0), text.buffer());
+    }
+}
+
 void showErrors()
 {
     std::printf("\nError list:\n");
@@ -132,6 +153,7 @@ int main()
     showThreadSlots();
     showExpressions();
     showManager();
+    showChannels();
     showErrors();
     return 0;
 }
