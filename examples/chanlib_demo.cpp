@@ -1,7 +1,7 @@
 // A short tour of what chanlib offers so far: channel-name patterns, string
 // expansion with variables and back-quoted expressions, per-thread values,
-// channels evaluated by expression,
-// Orvish expressions and the error list. Run it with `make run`.
+// Orvish expressions, the time model, channels evaluated by expression and
+// the error list. Run it with `make run`.
 #include <ch/CH.h>
 
 #include <cstdio>
