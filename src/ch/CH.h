@@ -24,6 +24,7 @@
 #include <ch/manager/CH_ChangeType.h>
 #include <ch/manager/CH_ChannelRef.h>
 #include <ch/manager/CH_ChannelRefHashTable.h>
+#include <ch/manager/CH_EvalContextScope.h>
 #include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Group.h>
 #include <ch/manager/CH_HashChRef.h>

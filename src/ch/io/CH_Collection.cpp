@@ -2,6 +2,7 @@
 
 #include <ch/channel/CH_Channel.h>
 #include <ch/channel/CH_Segment.h>
+#include <ch/manager/CH_EvalContextScope.h>
 #include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Manager.h>
 
@@ -240,39 +241,6 @@ void CH_Collection::checkEvaluationError(const CH_Channel *channel, int thread)
         evaluationError(channel, err, thread);
 }
 
-namespace {
-
-// Sets the thread's evaluation collection and time for one channel
-// evaluation and restores them afterwards.
-class chCollectionScope
-{
-public:
-    chCollectionScope(CH_Manager *mgr, CH_Collection *c, float time, int thread)
-        : myManager(mgr), myThread(thread)
-    {
-        if (!myManager)
-            return;
-        myCollection = myManager->getEvalCollection(thread);
-        myTime = myManager->getEvaluateTime(thread);
-        myManager->setEvalCollection(c, thread);
-        myManager->setEvaluateTime(time, thread);
-    }
-    ~chCollectionScope()
-    {
-        if (!myManager)
-            return;
-        myManager->setEvalCollection(myCollection, myThread);
-        myManager->setEvaluateTime(static_cast<float>(myTime), myThread);
-    }
-
-private:
-    CH_Manager *myManager;
-    int myThread;
-    CH_Collection *myCollection = nullptr;
-    double myTime = 0.0;
-};
-
-} // namespace
 
 float CH_Collection::evaluate(CH_Channel *channel, float time, bool ignore_disabled, int thread)
 {
@@ -282,7 +250,7 @@ float CH_Collection::evaluate(CH_Channel *channel, float time, bool ignore_disab
         thread = UT_Thread::getMySequentialThreadIndex();
     float v;
     {
-        chCollectionScope scope(myManager, this, time, thread);
+        CH_EvalContextScope scope(myManager, time, this, thread);
         v = channel->evaluate(time, ignore_disabled, thread);
     }
     checkEvaluationError(channel, thread);
@@ -297,7 +265,7 @@ void CH_Collection::evaluate(CH_Channel *channel, float from, float to, float *o
     if (thread <= 0)
         thread = UT_Thread::getMySequentialThreadIndex();
     {
-        chCollectionScope scope(myManager, this, from, thread);
+        CH_EvalContextScope scope(myManager, from, this, thread);
         channel->evaluate(from, to, out, count, ignore_disabled, use_cache, thread);
     }
     checkEvaluationError(channel, thread);
@@ -313,7 +281,7 @@ void CH_Collection::evaluateString(UT_String &result, CH_Channel *channel, float
     if (thread <= 0)
         thread = UT_Thread::getMySequentialThreadIndex();
     {
-        chCollectionScope scope(myManager, this, time, thread);
+        CH_EvalContextScope scope(myManager, time, this, thread);
         channel->evaluateString(result, time, thread);
     }
     checkEvaluationError(channel, thread);

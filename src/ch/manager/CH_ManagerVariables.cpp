@@ -5,6 +5,7 @@
 #include <ch/expr/CH_ExprDefine.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/io/CH_Collection.h>
+#include <ch/manager/CH_EvalContextScope.h>
 
 #include <ev/EV_Engine.h>
 #include <ut/UT_ExprVariableScan.h>
@@ -251,45 +252,12 @@ int CH_Manager::expandString(const char *text, UT_String &out, float time, CH_Co
     return scan.timeDependent ? static_cast<int>(EV_FLAG_TIMEDEP) : 0;
 }
 
-namespace {
-
-// Sets a thread's evaluation time and (when given) collection for one
-// evaluation of a text, and restores both afterwards. The time comes back
-// through a float, as callers of one-shot evaluation expect.
-class chOneShotScope
-{
-public:
-    chOneShotScope(CH_Manager &manager, float time, CH_Collection *collection, int thread)
-        : myManager(manager), myThread(thread), myTime(manager.getEvaluateTime(thread)),
-          myCollection(manager.getEvalCollection(thread))
-    {
-        manager.setEvaluateTime(time, thread);
-        if (collection)
-            manager.setEvalCollection(collection, thread);
-    }
-    ~chOneShotScope()
-    {
-        myManager.setEvalCollection(myCollection, myThread);
-        myManager.setEvaluateTime(static_cast<float>(myTime), myThread);
-    }
-    chOneShotScope(const chOneShotScope &) = delete;
-    chOneShotScope &operator=(const chOneShotScope &) = delete;
-
-private:
-    CH_Manager &myManager;
-    int myThread;
-    double myTime;
-    CH_Collection *myCollection;
-};
-
-} // namespace
-
 float CH_Manager::evaluate(const char *text, float time, CH_Collection *collection, int *timeDependent,
                            int thread, CH_ExprLanguage language)
 {
     CH_Expression expr(text, language);
     setContext();
-    chOneShotScope scope(*this, time, collection, thread);
+    CH_EvalContextScope scope(this, time, collection, thread);
     const float value = expr.evaluate(thread);
     if (timeDependent)
         *timeDependent = (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
@@ -301,7 +269,7 @@ int CH_Manager::evaluateString(const char *text, UT_String &out, float time, CH_
 {
     CH_Expression expr(text, language);
     setContext();
-    chOneShotScope scope(*this, time, collection, thread);
+    CH_EvalContextScope scope(this, time, collection, thread);
     expr.evaluateString(out, thread);
     return (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
 }
