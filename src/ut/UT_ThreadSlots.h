@@ -54,6 +54,16 @@ public:
     }
     const T &get(int thread = 0) const { return const_cast<UT_ThreadSlots *>(this)->get(thread); }
 
+    /// The slot of a thread number already looked up (1 or more): for code
+    /// that reaches several containers with one number.
+    T &at(int thread)
+    {
+        int index = thread - 1;
+        if (__builtin_expect(index < theInlineSlots, 1))
+            return myInline[index].value;
+        return overflowSlot(index - theInlineSlots);
+    }
+
     T &operator[](int thread) { return get(thread); }
     const T &operator[](int thread) const { return get(thread); }
 

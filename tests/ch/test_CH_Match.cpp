@@ -121,7 +121,9 @@ TEST_F(CHMatch, CycleContinuesAcrossBoundaries)
         float b = 2.0f * n + 3; // global time of local boundary 2n + 2
         EXPECT_NEAR(at(b), 1.0f + n, 1e-4) << n;
         if (n > 0) // 5e-5 before: m just below 2, where the map snaps to 0
+        {
             EXPECT_NEAR(at(b - 5e-5f), 1.0f + n, 1e-3) << n;
+        }
     }
     EXPECT_NEAR(at(3.5f), 2.5f, 1e-4);  // m = 0.5 on the linear: 1 + 1.5
     EXPECT_NEAR(at(6.5f), 4.0f, 1e-3);  // m = 1.5 on the line (2), n = 1: 1 + 2 + 1
@@ -144,7 +146,9 @@ TEST_F(CHMatch, CycleContinuesAcrossBoundaries)
         float frame = 21.0f + 20 * n;
         EXPECT_NEAR(at(mgr.getTime(frame)), 1.0f + n, 1e-3) << frame;
         if (n > 0)
+        {
             EXPECT_NEAR(at(mgr.getTime(frame - 1)), 1.2f + n, 1e-3) << frame;
+        }
     }
 }
 

@@ -228,16 +228,17 @@ void CH_Channel::linkSegments()
 void CH_Channel::adjustSegmentTimes(bool)
 {
     float t = 0.0f;
-    myKeyTimes.resize(static_cast<std::size_t>(mySegments.entries()) + 1);
+    myIndex.resize(mySegments.entries());
     for (int i = 0; i < mySegments.entries(); ++i)
     {
         CH_Segment *s = mySegments(i);
         float len = s->getLength();
-        myKeyTimes[static_cast<std::size_t>(i)] = t;
+        myIndex.set(i, t);
         s->changeTimes(t, t + len);
         t += len;
     }
-    myKeyTimes.back() = t;
+    myIndex.set(mySegments.entries(), t);
+    myIndex.finish();
     myLength = t;
     if (myEndSegment)
         myEndSegment->changeTimes(myLength, myLength);
@@ -329,7 +330,7 @@ void CH_Channel::clear()
     delete myEndSegment;
     myEndSegment = nullptr;
     myLength = 0.0f;
-    myKeyTimes.assign(1, 0.0f);
+    myIndex.clear();
 }
 
 void CH_Channel::initializeSegmentParents()
@@ -775,6 +776,7 @@ std::int64_t CH_Channel::getMemUsage(bool shallow) const
                                       sizeof(CH_Segment *));
     size += static_cast<std::int64_t>((mySegments.entries() + myDisableSegments.entries()) *
                                       sizeof(CH_Segment));
+    size += myIndex.getMemUsage();
     return size;
 }
 
@@ -829,7 +831,7 @@ void CH_Channel::swap(CH_Channel &other)
     std::swap(myTemporary, other.myTemporary);
     std::swap(myFlags, other.myFlags);
     std::swap(myPendingTime, other.myPendingTime);
-    std::swap(myKeyTimes, other.myKeyTimes);
+    myIndex.swap(other.myIndex);
     myManager = managerOf(myCollection);
     other.myManager = managerOf(other.myCollection);
     initializeSegmentParents();

@@ -3,6 +3,7 @@
 
 #include <ch/channel/CH_ChannelBehavior.h>
 #include <ch/channel/CH_Segment.h>
+#include <ch/channel/CH_SegmentIndex.h>
 #include <ch/expr/CH_ExprLanguage.h>
 #include <ch/manager/CH_ChangeType.h>
 
@@ -276,9 +277,9 @@ private:
     std::uint8_t myFlags = 0;
     float myPendingTime;
     mutable UT_ThreadSlots<chEvalSlot> myEvalSlots;
-    /// Start of each list segment, then the length: segment lookup searches
-    /// these contiguous times. Kept by adjustSegmentTimes().
-    std::vector<float> myKeyTimes;
+    /// Start of each list segment, then the length, for the segment search.
+    /// Kept by adjustSegmentTimes().
+    CH_SegmentIndex myIndex;
 };
 
 #endif

@@ -35,25 +35,7 @@ int CH_Channel::findSegmentIdx(float t, float tol) const
         return n;
     if (n == 0)
         return 0;
-    const float *key = myKeyTimes.data(); // segment i spans key[i] .. key[i + 1]
-    int lo = 0, hi = n - 1;
-    while (hi - lo > 1)
-    {
-        int mid = (lo + hi) / 2;
-        float start = key[mid], end = key[mid + 1];
-        if (start <= t + tol && end >= t - tol)
-        {
-            if (std::fabs(end - t) > tol)
-                return mid;
-            // At the segment's end key: the key belongs to the next segment.
-            return mid < n - 1 ? mid + 1 : mid;
-        }
-        if (start <= t + tol)
-            lo = mid;
-        else
-            hi = mid;
-    }
-    return key[hi] - t > tol ? lo : hi;
+    return myIndex.find(t, tol);
 }
 
 CH_Segment *CH_Channel::getSegment(float t) const
@@ -178,7 +160,7 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
     CH_Collection::chEvalSlot saved_collection;
     if (myCollection)
     {
-        collection_slot = &myCollection->myEvalSlots.get(thread);
+        collection_slot = &myCollection->myEvalSlots.at(thread);
         saved_collection = *collection_slot;
         collection_slot->channel = this;
         collection_slot->name = myName;
@@ -190,7 +172,7 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
     if (access)
         access->pushChEvalContext();
 
-    chEvalSlot &sl = slot(thread);
+    chEvalSlot &sl = myEvalSlots.at(thread);
     chEvalSlot saved = sl;
     sl.time = t;
     sl.segment = s;
@@ -295,14 +277,12 @@ float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
 
 int CH_Channel::findSegmentIdx(float t, float tol, int *hint) const
 {
-    // A time well inside the hinted segment (more than the tolerance from
-    // both its keys) is found there by the search as well: the search only
-    // stops elsewhere within the tolerance of another segment.
+    // A time well inside the hinted segment is found there by the search as
+    // well (see CH_SegmentIndex::isInterior).
     if (hint)
     {
         int h = *hint;
-        if (h >= 0 && h + 1 < static_cast<int>(myKeyTimes.size()) && myKeyTimes[h] + tol < t &&
-            t < myKeyTimes[h + 1] - tol)
+        if (h >= 0 && h < myIndex.segments() && myIndex.isInterior(h, t, tol))
             return h;
     }
     int i = findSegmentIdx(t, tol);

@@ -73,10 +73,6 @@ void CH_Manager::setContext()
     theContext.store(this, std::memory_order_release);
 }
 
-CH_ScriptAccessManager *CH_Manager::getAccessManager(int)
-{
-    return nullptr;
-}
 
 // ---- References: the host's manager overrides these --------------------------
 

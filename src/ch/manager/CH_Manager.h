@@ -53,7 +53,9 @@ public:
     static CH_Manager *getContext();
     static bool getContextExists();
     virtual void setContext();
-    virtual CH_ScriptAccessManager *getAccessManager(int thread);
+    /// The host's hook around each segment evaluation on a thread; none by
+    /// default.
+    virtual CH_ScriptAccessManager *getAccessManager(int /*thread*/) { return nullptr; }
 
     // ---- Defaults ----------------------------------------------------------
     static float getDefaultFPS();
@@ -165,8 +167,9 @@ public:
     void setEvalCollection(CH_Collection *collection, int thread);
     CH_Collection *getEvalCollection(int thread) const { return myEvalSlots.get(thread).collection; }
     /// The thread's evaluation-collection slot itself, for code that saves,
-    /// sets and restores it on every evaluation.
-    CH_Collection *&evalCollectionRef(int thread) { return myEvalSlots.get(thread).collection; }
+    /// sets and restores it on every evaluation ('thread' already looked up:
+    /// 1 or more).
+    CH_Collection *&evalCollectionRef(int thread) { return myEvalSlots.at(thread).collection; }
     void setEvaluateTime(float t, int thread);
     double getEvaluateTime(int thread) const;
     double getEvaluateTime() const { return getEvaluateTime(0); }
