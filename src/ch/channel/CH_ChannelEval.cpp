@@ -4,9 +4,12 @@
 #include <ch/channel/CH_Channel.h>
 
 #include <ch/auxiliary/CH_ScriptAccessManager.h>
+#include <ch/expr/CH_ExprFunctions.h>
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_Manager.h>
 
+#include <ev/EV_Expression.h>
+#include <ev/EV_Function.h>
 #include <ut/UT_Interrupt.h>
 #include <ut/UT_Thread.h>
 
@@ -149,6 +152,32 @@ float CH_Channel::getNextOutTime(int thread) const
 
 // ---- Segment evaluation ----------------------------------------------------------
 
+// Defined here rather than with the sample cache so that the channel's
+// evaluation below inlines them.
+float CH_Segment::evaluate(float t, bool, int thread)
+{
+    // The channel's flag first: it is off unless a range is being cached.
+    if (myChannel && myChannel->isCacheEnabled() && !isCooking() &&
+        myChannel->getManager()->getSegCacheStatus())
+        return evaluateFromCache(t, thread);
+    return evaluateExpression(thread);
+}
+
+float CH_Segment::evaluateExpression(int thread)
+{
+    // The common texts ("bezier()", "linear()", ...) call their function
+    // directly, as long as the library's records are the registered ones.
+    if (myInterpolation && myInterpolation->current())
+        if (CH_Manager *manager = CH_Manager::getContext())
+        {
+            float value = myInterpolation->evaluate(*manager, thread);
+            myExpression->orExpressionFlag(EV_FLAG_EVALUATED | myInterpolation->record->getUserFlags());
+            return value;
+        }
+    return myExpression->evaluate(thread);
+}
+
+
 template <typename Work>
 auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 {
@@ -191,6 +220,10 @@ float CH_Channel::evaluateSegment(CH_Segment *s, float t, bool extend, int threa
 {
     if (!s || !getManager())
         return 0.0f;
+    // The segments are this channel's: without caching, their value is
+    // their expression's (read without reaching back for the channel).
+    if (!isCacheEnabled())
+        return withContext(s, t, thread, [&](int th) { return s->evaluateExpression(th); });
     return withContext(s, t, thread, [&](int th) { return s->evaluate(t, extend, th); });
 }
 
@@ -320,8 +353,10 @@ float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int 
     if (t < -tol)
         return evaluateOutside(t, true, ignore_disabled, thread);
     if (t - myLength < -tol)
-        return evaluateSegment(getSegment(static_cast<unsigned>(findSegmentIdx(t, tol, hint))), t,
-                               false, thread);
+    {
+        int i = hint ? findSegmentIdx(t, tol, hint) : findSegmentIdx(t, tol);
+        return evaluateSegment(mySegments(i), t, false, thread);
+    }
     return evaluateOutside(t, false, ignore_disabled, thread);
 }
 

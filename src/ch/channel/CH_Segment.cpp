@@ -109,10 +109,8 @@ CH_Segment &CH_Segment::operator=(const CH_Segment &from)
         return *this;
     myFlags = from.myFlags;
     myChannel = from.myChannel;
-    myExpression.reset();
     const char *text = from.getExpression();
-    if (text)
-        setExpressionText(text, from.getExprLanguage());
+    setExpressionText(text ? text : "", from.getExprLanguage());
     checkExpression();
     changeLength(from.myLength, CH_SCALE_ANY, true);
     myInValue = from.myInValue;

@@ -27,7 +27,7 @@ class CH_TimeGroup;
 /// Setting a number marks the segment modified (which empties its sample
 /// cache) when the number actually changes; with `propagate`, a change
 /// crosses a tied key into the neighbour (one key at most).
-class CH_Segment
+class alignas(64) CH_Segment
 {
 public:
     /// A segment whose expression is the value as text ("2.5").
@@ -187,6 +187,8 @@ public:
     // ---- Evaluation ------------------------------------------------------------
     /// The channel has set its evaluation time and segment for the thread.
     float evaluate(float t, bool extend, int thread);
+    /// The expression's value, without the sample cache.
+    float evaluateExpression(int thread);
     void cook(int modified, int samples);
     int getCacheSize() const { return static_cast<int>(myCache.size()); }
 
@@ -217,30 +219,35 @@ private:
     void clearCache();
     void recook(float *out, int count, int thread);
 
-    // What evaluation reads comes first, in the first cache line or two;
-    // the sample cache and knots, rarely used, come last.
-    CH_SegmentFlags myFlags;
-    CH_Channel *myChannel = nullptr;
-    /// Held inline: evaluation reaches it without another pointer.
-    std::optional<CH_Expression> myExpression;
+    // What evaluation reads fills the first cache line (the class is aligned
+    // to one): the times and key numbers the animation functions read, the
+    // direct call, and the expression's language and program (its first
+    // members). A segment always holds an expression, so evaluation never
+    // reads the optional's flag, which lies beyond. The sample cache and
+    // knots, rarely used, come last.
+    float myStart = 0.0f;
+    float myEnd = 0.0f;
     float myInValue = 0.0f;
     float myOutValue = 0.0f;
     float myInSlope = 0.0f;
     float myOutSlope = 0.0f;
     float myInAccel = 0.0f;
     float myOutAccel = 0.0f;
+    /// Set when the text is exactly an argument-free interpolation call.
+    const CH_InterpolationCall *myInterpolation = nullptr;
+    /// Held inline: evaluation reaches it without another pointer. Set by
+    /// every constructor and assignment.
+    std::optional<CH_Expression> myExpression;
+    CH_SegmentFlags myFlags;
+    CH_Channel *myChannel = nullptr;
     float myLength = 0.0f;
     float myILength = 1e8f;
-    float myStart = 0.0f;
-    float myEnd = 0.0f;
     CH_Segment *myPrev = nullptr;
     CH_Segment *myNext = nullptr;
     CH_TimeGroup *myTimeGroup = nullptr;
     std::unique_ptr<UT_Vector3[]> myKnots;
     int myNKnots = 0;
     int myFirstCachedSample = 0;
-    /// Set when the text is exactly an argument-free interpolation call.
-    const CH_InterpolationCall *myInterpolation = nullptr;
     std::deque<float> myCache;
 };
 

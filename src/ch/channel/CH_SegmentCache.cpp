@@ -30,24 +30,6 @@ int saturatedFloor(double x)
 
 } // namespace
 
-float CH_Segment::evaluate(float t, bool, int thread)
-{
-    // The channel's flag first: it is off unless a range is being cached.
-    if (myChannel && myChannel->isCacheEnabled() && !isCooking() &&
-        myChannel->getManager()->getSegCacheStatus())
-        return evaluateFromCache(t, thread);
-    // The common texts ("bezier()", "linear()", ...) call their function
-    // directly, as long as the library's records are the registered ones.
-    if (myInterpolation && myInterpolation->current())
-        if (CH_Manager *manager = CH_Manager::getContext())
-        {
-            float value = myInterpolation->evaluate(*manager, thread);
-            myExpression->orExpressionFlag(EV_FLAG_EVALUATED | myInterpolation->record->getUserFlags());
-            return value;
-        }
-    return myExpression ? myExpression->evaluate(thread) : 0.0f;
-}
-
 float CH_Segment::evaluateFromCache(float t, int thread)
 {
     float rate = getManager()->getSamplesPerSec();

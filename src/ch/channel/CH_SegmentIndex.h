@@ -72,7 +72,7 @@ private:
         return b < myLastBucket ? b : myLastBucket;
     }
     /// The last segment that starts at or before t (0 <= t < myTableEnd).
-    int nearest(float t) const;
+    inline int nearest(float t) const;
 
     std::vector<float> myTimes;
     /// myTable[b]: how many segments start in buckets before b. The
@@ -82,5 +82,24 @@ private:
     float myTableEnd = 0.0f;
     int myLastBucket = 0;
 };
+
+inline int CH_SegmentIndex::nearest(float t) const
+{
+    // Keys in earlier buckets are before t and keys in later ones after it
+    // (the bucket of a time never decreases as the time grows), so the last
+    // key at or before t is among those counted up to t's bucket.
+    std::size_t b = static_cast<std::size_t>(bucketOf(t));
+    int lo = myTable[b] > 0 ? myTable[b] - 1 : 0;
+    int hi = myTable[b + 1] - 1;
+    while (lo < hi)
+    {
+        int mid = (lo + hi + 1) >> 1;
+        if (time(mid) <= t)
+            lo = mid;
+        else
+            hi = mid - 1;
+    }
+    return lo;
+}
 
 #endif

@@ -152,6 +152,8 @@ private:
     void detachFromPool();
     bool usesFlag(unsigned mask) const;
 
+    // What evaluation reads comes first (a segment keeps it in its first
+    // cache line).
     CH_ExprLanguage myLanguage;
     std::shared_ptr<EV_EXPRESSION> myExpr;
     std::shared_ptr<chPythonCode> myPythonCode; // set exactly for Python text
