@@ -83,7 +83,7 @@ void BM_ChannelRandom(benchmark::State &state)
         i = (i + 1) & 4095;
     }
 }
-BENCHMARK(BM_ChannelRandom)->Repetitions(5);
+BENCHMARK(BM_ChannelRandom)->Apply(chbenchSamples);
 
 void BM_BaselineRandom(benchmark::State &state)
 {
@@ -96,7 +96,7 @@ void BM_BaselineRandom(benchmark::State &state)
         i = (i + 1) & 4095;
     }
 }
-BENCHMARK(BM_BaselineRandom)->Repetitions(5);
+BENCHMARK(BM_BaselineRandom)->Apply(chbenchSamples);
 
 // 240 frames from a random start, per iteration.
 void BM_ChannelRange(benchmark::State &state)
@@ -113,7 +113,7 @@ void BM_ChannelRange(benchmark::State &state)
         i = (i + 1) & 4095;
     }
 }
-BENCHMARK(BM_ChannelRange)->Repetitions(5);
+BENCHMARK(BM_ChannelRange)->Apply(chbenchSamples);
 
 void BM_BaselineRange(benchmark::State &state)
 {
@@ -131,7 +131,7 @@ void BM_BaselineRange(benchmark::State &state)
         i = (i + 1) & 4095;
     }
 }
-BENCHMARK(BM_BaselineRange)->Repetitions(5);
+BENCHMARK(BM_BaselineRange)->Apply(chbenchSamples);
 
 } // namespace
 

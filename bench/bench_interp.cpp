@@ -206,10 +206,10 @@ void BM_BaseRange(benchmark::State &state, chKind kind)
 }
 
 #define CH_INTERP_BENCH(kind, KIND)                                                                   \
-    BENCHMARK_CAPTURE(BM_InterpRandom, kind, KIND)->Repetitions(3);                                   \
-    BENCHMARK_CAPTURE(BM_BaseRandom, kind, KIND)->Repetitions(3);                                     \
-    BENCHMARK_CAPTURE(BM_InterpRange, kind, KIND)->Repetitions(3);                                    \
-    BENCHMARK_CAPTURE(BM_BaseRange, kind, KIND)->Repetitions(3);                                      \
+    BENCHMARK_CAPTURE(BM_InterpRandom, kind, KIND)->Apply(chbenchSamples);                                   \
+    BENCHMARK_CAPTURE(BM_BaseRandom, kind, KIND)->Apply(chbenchSamples);                                     \
+    BENCHMARK_CAPTURE(BM_InterpRange, kind, KIND)->Apply(chbenchSamples);                                    \
+    BENCHMARK_CAPTURE(BM_BaseRange, kind, KIND)->Apply(chbenchSamples);                                      \
     chbenchComparison theRandom_##kind("eval_random_" #kind, "BM_InterpRandom/" #kind, "BM_BaseRandom/" #kind); \
     chbenchComparison theRange_##kind("eval_range_" #kind, "BM_InterpRange/" #kind, "BM_BaseRange/" #kind)
 

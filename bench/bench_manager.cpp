@@ -27,7 +27,7 @@ void BM_OneShotEvaluate(benchmark::State &state)
         benchmark::DoNotOptimize(m.evaluate("$F * 2", t, nullptr, nullptr, 0));
     }
 }
-BENCHMARK(BM_OneShotEvaluate)->Repetitions(5);
+BENCHMARK(BM_OneShotEvaluate)->Apply(chbenchSamples);
 
 // Baseline: compile and evaluate the same text with the engine directly.
 void BM_EngineCompileEvaluate(benchmark::State &state)
@@ -45,7 +45,7 @@ void BM_EngineCompileEvaluate(benchmark::State &state)
         ev_FreeExpr(e);
     }
 }
-BENCHMARK(BM_EngineCompileEvaluate)->Repetitions(5);
+BENCHMARK(BM_EngineCompileEvaluate)->Apply(chbenchSamples);
 
 } // namespace
 

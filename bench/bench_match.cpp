@@ -181,10 +181,10 @@ void BM_BaseRandom(benchmark::State &state, chKind kind)
     }
 }
 
-BENCHMARK_CAPTURE(BM_ChannelRandom, match, MATCH)->Repetitions(3);
-BENCHMARK_CAPTURE(BM_BaseRandom, match, MATCH)->Repetitions(3);
-BENCHMARK_CAPTURE(BM_ChannelRandom, cycle, CYCLE)->Repetitions(3);
-BENCHMARK_CAPTURE(BM_BaseRandom, cycle, CYCLE)->Repetitions(3);
+BENCHMARK_CAPTURE(BM_ChannelRandom, match, MATCH)->Apply(chbenchSamples);
+BENCHMARK_CAPTURE(BM_BaseRandom, match, MATCH)->Apply(chbenchSamples);
+BENCHMARK_CAPTURE(BM_ChannelRandom, cycle, CYCLE)->Apply(chbenchSamples);
+BENCHMARK_CAPTURE(BM_BaseRandom, cycle, CYCLE)->Apply(chbenchSamples);
 CHBENCH_RATIO("eval_random_match", BM_ChannelRandom/match, BM_BaseRandom/match);
 CHBENCH_RATIO("eval_random_cycle", BM_ChannelRandom/cycle, BM_BaseRandom/cycle);
 

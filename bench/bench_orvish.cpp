@@ -139,7 +139,7 @@ void BM_OrvishCall(benchmark::State &state)
         benchmark::DoNotOptimize(f);
     }
 }
-BENCHMARK(BM_OrvishCall)->Repetitions(5);
+BENCHMARK(BM_OrvishCall)->Apply(chbenchSamples);
 
 // Held where the compiler cannot see its value, so the call stays indirect
 // and is not inlined.
@@ -166,7 +166,7 @@ void BM_DirectCall(benchmark::State &state)
         benchmark::DoNotOptimize(f);
     }
 }
-BENCHMARK(BM_DirectCall)->Repetitions(5);
+BENCHMARK(BM_DirectCall)->Apply(chbenchSamples);
 
 // ---- Arithmetic on time variables --------------------------------------------
 
@@ -188,7 +188,7 @@ void BM_OrvishArith(benchmark::State &state)
         benchmark::DoNotOptimize(f);
     }
 }
-BENCHMARK(BM_OrvishArith)->Repetitions(5);
+BENCHMARK(BM_OrvishArith)->Apply(chbenchSamples);
 
 void BM_HandArith(benchmark::State &state)
 {
@@ -198,7 +198,7 @@ void BM_HandArith(benchmark::State &state)
         benchmark::DoNotOptimize(f);
     }
 }
-BENCHMARK(BM_HandArith)->Repetitions(5);
+BENCHMARK(BM_HandArith)->Apply(chbenchSamples);
 
 void BM_MuparserArith(benchmark::State &state)
 {
@@ -231,7 +231,7 @@ void BM_MuparserArith(benchmark::State &state)
         benchmark::DoNotOptimize(f);
     }
 }
-BENCHMARK(BM_MuparserArith)->Repetitions(5);
+BENCHMARK(BM_MuparserArith)->Apply(chbenchSamples);
 
 // ---- Compiling ---------------------------------------------------------------
 
@@ -258,7 +258,7 @@ void BM_OrvishCompile(benchmark::State &state)
         chbenchFigure("orvish_compile_ns", best);
     }
 }
-BENCHMARK(BM_OrvishCompile)->Repetitions(5);
+BENCHMARK(BM_OrvishCompile)->Apply(chbenchSamples);
 
 } // namespace
 

@@ -19,7 +19,7 @@ void BM_ThreadSlotReadWrite(benchmark::State &state)
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_ThreadSlotReadWrite)->Repetitions(5);
+BENCHMARK(BM_ThreadSlotReadWrite)->Apply(chbenchSamples);
 
 // Baseline: the same work on a plain thread_local variable.
 void BM_ThreadLocalReadWrite(benchmark::State &state)
@@ -31,7 +31,7 @@ void BM_ThreadLocalReadWrite(benchmark::State &state)
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_ThreadLocalReadWrite)->Repetitions(5);
+BENCHMARK(BM_ThreadLocalReadWrite)->Apply(chbenchSamples);
 
 } // namespace
 

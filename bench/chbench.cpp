@@ -5,6 +5,7 @@
 #include <iostream>
 #include <unistd.h>
 #include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -77,6 +78,18 @@ void chbenchFigure(const std::string &name, double value)
 
 int main(int argc, char **argv)
 {
+    // Interleaved repetitions unless the command line says otherwise.
+    std::vector<char *> args(argv, argv + argc);
+    bool interleaving_given = false;
+    for (int i = 1; i < argc; ++i)
+        if (std::string(argv[i]).rfind("--benchmark_enable_random_interleaving", 0) == 0)
+            interleaving_given = true;
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+    if (!interleaving_given)
+        args.insert(args.begin() + 1, interleave);
+    args.push_back(nullptr);
+    argc = static_cast<int>(args.size()) - 1;
+    argv = args.data();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

@@ -20,6 +20,16 @@
 /// under 'name'.
 void chbenchCompare(const std::string &name, const std::string &ours, const std::string &baseline);
 
+/// How a compared benchmark is sampled: ten short repetitions. The programs
+/// run repetitions of all benchmarks in random order (unless told otherwise
+/// with --benchmark_enable_random_interleaving=false), so the fastest sample
+/// of ours and of its baseline come from equally quiet moments of a busy
+/// machine rather than from whatever stretch each happened to run in.
+inline void chbenchSamples(benchmark::internal::Benchmark *b)
+{
+    b->Repetitions(10)->MinTime(0.1);
+}
+
 /// Records an absolute figure (memory, counts...) printed after the table.
 void chbenchFigure(const std::string &name, double value);
 
