@@ -541,9 +541,9 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     if (!prog)
         return true; // no text: 0 or the empty string, without error
     evThreadState &state = evGetThreadState(thread);
-    if (prog->compileError)
+    if (__builtin_expect(prog->compileError != 0, 0))
         return evReport(state, prog->compileError);
-    if (state.depth >= EV_MAX_EVAL_DEPTH)
+    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH, 0))
         return evReport(state, EV_ERRRECURSION);
     // An error left pending by an earlier evaluation is set aside, so that
     // errors raised during this one are seen; the first error stays the one
