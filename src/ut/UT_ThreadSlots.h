@@ -4,6 +4,7 @@
 #include "UT_Thread.h"
 
 #include <atomic>
+#include <cassert>
 #include <cstddef>
 
 /// One value per thread: the container behind every per-thread value of the
@@ -58,6 +59,7 @@ public:
     /// that reaches several containers with one number.
     T &at(int thread)
     {
+        assert(thread > 0);
         int index = thread - 1;
         if (__builtin_expect(index < theInlineSlots, 1))
             return myInline[index].value;

@@ -12,6 +12,8 @@
 #include <ut/UT_Interrupt.h>
 #include <support/chTestChannelBuilder.h>
 
+#include <ut/UT_Thread.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -301,6 +303,8 @@ TEST_F(CHChannel, NestedEvaluationKeepsTheCallersContext)
     EXPECT_EQ(mgr.access.depth, 0);
     EXPECT_EQ(obj.getEvalChannel(0), nullptr);
     EXPECT_EQ(mgr.getEvalCollection(0), nullptr);
+    // Thread 0 is the calling thread here too.
+    EXPECT_EQ(&mgr.evalCollectionRef(0), &mgr.evalCollectionRef(UT_Thread::getMySequentialThreadIndex()));
 
     // Endless self-reference stops at the engine's depth limit.
     ch->getSegment(0u)->changeExpression("chx_chval(1)", CH_ORVISH);

@@ -354,6 +354,8 @@ float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int 
         return evaluateOutside(t, true, ignore_disabled, thread);
     if (t - myLength < -tol)
     {
+        // Before the end (t < length - tol, the tolerance being positive):
+        // a list segment, never the end segment's index.
         int i = hint ? findSegmentIdx(t, tol, hint) : findSegmentIdx(t, tol);
         return evaluateSegment(mySegments(i), t, false, thread);
     }

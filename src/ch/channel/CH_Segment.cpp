@@ -136,8 +136,12 @@ void CH_Segment::setExpressionText(const char *text, CH_ExprLanguage language)
 {
     // Segments repeat a few texts thousands of times: they share compiled
     // code. The text may live in the expression being replaced: copy it.
+    // Built aside first: if that throws, the segment keeps its expression
+    // (evaluation relies on there always being one).
     std::string copy = text ? text : "";
-    myExpression.emplace(copy.c_str(), language, CH_Expression::Pooled);
+    CH_Expression fresh(copy.c_str(), language, CH_Expression::Pooled);
+    myExpression.reset();
+    myExpression.emplace(std::move(fresh)); // cannot throw
 }
 
 void CH_Segment::setSplineKnots(const UT_Vector3 *knots, int n)

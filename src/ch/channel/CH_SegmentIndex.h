@@ -55,7 +55,7 @@ public:
     bool isInterior(int i, float t, float tol) const
     {
         double dt = t;
-        double margin = tol + (std::abs(dt) + tol) * (1.0 / (1 << 20));
+        double margin = tol + (std::abs(dt) + tol) * (1.0 / (1 << 22));
         return static_cast<double>(time(i)) + margin < dt && dt < static_cast<double>(time(i + 1)) - margin;
     }
 

@@ -146,6 +146,7 @@ void CH_Expression::detachFromPool()
 }
 
 CH_Expression::CH_Expression(const CH_Expression &source) = default;
+CH_Expression::CH_Expression(CH_Expression &&source) noexcept = default;
 
 CH_Expression::~CH_Expression() = default;
 

@@ -68,6 +68,7 @@ public:
     /// which at worst makes a host re-evaluate a constant.
     CH_Expression(const char *text, CH_ExprLanguage language, PooledTag);
     CH_Expression(const CH_Expression &source);
+    CH_Expression(CH_Expression &&source) noexcept;
     /// Takes the source's text and language and recompiles; a source with
     /// an empty text leaves this expression unchanged.
     CH_Expression &operator=(const CH_Expression &source);

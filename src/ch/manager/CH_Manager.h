@@ -167,9 +167,8 @@ public:
     void setEvalCollection(CH_Collection *collection, int thread);
     CH_Collection *getEvalCollection(int thread) const { return myEvalSlots.get(thread).collection; }
     /// The thread's evaluation-collection slot itself, for code that saves,
-    /// sets and restores it on every evaluation ('thread' already looked up:
-    /// 1 or more).
-    CH_Collection *&evalCollectionRef(int thread) { return myEvalSlots.at(thread).collection; }
+    /// sets and restores it on every evaluation.
+    CH_Collection *&evalCollectionRef(int thread) { return myEvalSlots.get(thread).collection; }
     void setEvaluateTime(float t, int thread);
     double getEvaluateTime(int thread) const;
     double getEvaluateTime() const { return getEvaluateTime(0); }
