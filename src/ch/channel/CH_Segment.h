@@ -9,7 +9,7 @@
 #include <ut/UT_String.h>
 #include <ut/UT_Vector3.h>
 
-#include <deque>
+#include <vector>
 #include <memory>
 #include <optional>
 
@@ -248,7 +248,7 @@ private:
     std::unique_ptr<UT_Vector3[]> myKnots;
     int myNKnots = 0;
     int myFirstCachedSample = 0;
-    std::deque<float> myCache;
+    std::vector<float> myCache; ///< small: grows one segment's samples at either end
 };
 
 #endif

@@ -110,7 +110,7 @@ void CH_Segment::fillCache(int first, int last, int thread)
 
 void CH_Segment::clearCache()
 {
-    std::deque<float>().swap(myCache);
+    std::vector<float>().swap(myCache);
 }
 
 void CH_Segment::cook(int modified, int)
