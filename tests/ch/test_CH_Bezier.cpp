@@ -1,5 +1,6 @@
 #include <ch/channel/CH_Bezier.h>
 #include <ch/channel/CH_Cubic.h>
+#include <ch/channel/CH_Segment.h>
 #include <ch/channel/CH_SegmentValues.h>
 
 #include <gtest/gtest.h>
@@ -63,6 +64,14 @@ TEST(CH_Bezier, InitAndGetValuesAreInverse)
     b.myY[0] = 0; b.myY[1] = 3; b.myY[2] = b.myY[3] = 1;
     b.getValues(v);
     expectValues(v, {0, 1, 0, 1, 0, 0, 3, 0}, 0);
+
+    // From a segment: its numbers, as the Bezier function reads them.
+    CH_Segment seg("bezier()", CH_ORVISH, nullptr, 6);
+    seg.changeTimes(10, 16);
+    seg.setInValue(1, false); seg.setOutValue(4, false);
+    seg.setInSlope(2, false); seg.setOutSlope(-1, false);
+    seg.setInAccel(2 * std::sqrt(5.0f), false); seg.setOutAccel(2 * std::sqrt(2.0f), false);
+    expectCVs(CH_Bezier(seg), {10, 12, 14, 16}, {1, 5, 6, 4}, 1e-5f);
 }
 
 TEST(CH_Bezier, EvalAgainstHandDerivedCurves)

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 namespace {
@@ -108,6 +109,21 @@ TEST_F(CHMatch, Repeat)
         EXPECT_FLOAT_EQ(at(6.25f), 3.0f) << e; // local 5.25 -> 3.25 - 2 = 1.25
         EXPECT_EQ(seg(2, 1), 0.0f) << e;       // inside the range it replays
     }
+    // A replayed time on the repeating segment itself evaluates it again,
+    // inside its range: 0. At 2 (local 2): m = 3 + 1 = 4 lies on [1, 11).
+    keys({{0, 0}, {1, 5, 0, 0, "repeatt(3, 6)"}, {11, 0}});
+    EXPECT_EQ(at(2), 0.0f);
+    // Before the first key the channel's left behaviour answers.
+    keys({{0, 3, 0, 0, "repeatt(-2, 0)"}, {4, 7}, {5, 1}});
+    ch->setLeftBehavior(CH_CHANNEL_DEFAULT);
+    ch->setDefaultValue(9);
+    EXPECT_EQ(at(1), 9.0f); // m = -1
+    ch->setLeftBehavior(CH_CHANNEL_EXTEND);
+    EXPECT_EQ(at(1), 0.0f); // the segment itself at -1, inside its range
+    // Hold re-enters the segment at 0, outside its range, without end: the
+    // engine's nesting limit stops it with an error, not a crash.
+    ch->setLeftBehavior(CH_CHANNEL_HOLD);
+    EXPECT_TRUE(std::isfinite(at(1)));
 }
 
 // Local [0, 2] of a linear 0 -> 3 and a bezier 3 -> 1 with zero accels (a

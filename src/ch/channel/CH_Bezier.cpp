@@ -51,6 +51,8 @@ CH_Bezier::CH_Bezier() : myX{0.0f, 0.0f, 0.0f, 0.0f}, myY{0.0f, 0.0f, 0.0f, 0.0f
 
 CH_Bezier::CH_Bezier(const CH_SegmentValues &values) { init(values); }
 
+CH_Bezier::CH_Bezier(const CH_Segment &segment) : CH_Bezier(CH_SegmentValues(segment)) {}
+
 void CH_Bezier::init(const CH_SegmentValues &values)
 {
     float start = values.myStart;

@@ -2,6 +2,7 @@
 #define CH_BEZIER_H
 
 class CH_Cubic;
+class CH_Segment;
 struct CH_SegmentValues;
 
 /// A segment as a cubic Bezier curve in the (time, value) plane: four
@@ -19,6 +20,8 @@ public:
     /// All eight numbers 0.
     CH_Bezier();
     explicit CH_Bezier(const CH_SegmentValues &values);
+    /// From the segment's numbers (its CH_SegmentValues).
+    explicit CH_Bezier(const CH_Segment &segment);
 
     /// Places the keys at (start, in value) and (end, out value). Each handle
     /// leaves its key along its slope, |accel| long; one whose time extent

@@ -188,20 +188,14 @@ float segmentAt(chGlue &g, CH_Segment *s, float x, int thread)
     return g.channel->evaluateSegment(s, x, false, thread);
 }
 
-// The channel's value at a local time, through the channel. A time that
-// would land in the evaluated segment itself (its start within the
-// tolerance included) is taken as the left limit: the segment that ends
-// there, at that time. That ends what would otherwise recurse.
+// The channel's value at a local time, through the channel. A time on the
+// calling segment evaluates it again, where the replayed range gives 0 (so
+// that stops at once); a replay that keeps re-entering (through a
+// behaviour outside the keys, say) ends at the engine's nesting limit with
+// its error.
 float valueAt(chGlue &g, float x, int thread)
 {
-    CH_Segment *s = g.channel->getSegment(x);
-    if (s != g.segment)
-        return g.collection->evaluate(g.channel, x + g.channel->getStart(), false, thread);
-    CH_Segment *prev = g.segment->getPrev();
-    if (!prev)
-        return g.in;
-    float end = prev->getEnd();
-    return segmentAt(g, prev, x < end ? x : end, thread);
+    return g.collection->evaluate(g.channel, x + g.channel->getStart(), false, thread);
 }
 
 // The channel's value just before a local time: at a key, the segment
