@@ -33,7 +33,12 @@ public:
     {
         errors.push_back(std::string(table) + ":" + std::to_string(code) + ":" + message);
     }
+    int canAccessChannel(unsigned mask, const CH_Channel *channel) const override
+    {
+        return channel == locked ? 0 : CH_Collection::canAccessChannel(mask, channel);
+    }
     std::vector<std::string> errors;
+    const CH_Channel *locked = nullptr; ///< refuses every edit of this one
 };
 
 // chx_chval(t): the channel theOther at time t, evaluated through its
@@ -105,6 +110,18 @@ TEST_F(CHChannel, SegmentLookupGivesKeysToTheLaterSegment)
     EXPECT_EQ(ch->getNextSegment(1u), ch->getEndSegment());
     ch->setRightBehavior(CH_CHANNEL_CYCLE);
     EXPECT_EQ(ch->getNextSegment(1u), ch->getSegment(0u));
+    // Cycling with no list segment has no neighbour before the first key.
+    chTestChannelBuilder::build(*ch, {{3, 1}});
+    ch->setLeftBehavior(CH_CHANNEL_CYCLE);
+    EXPECT_EQ(ch->getPrevSegment(0u), nullptr);
+    // The end segment follows the collection's word on this very channel.
+    ch->clear();
+    obj.locked = ch;
+    ch->updateEndSegment();
+    EXPECT_EQ(ch->getEndSegment(), nullptr);
+    obj.locked = nullptr;
+    ch->updateEndSegment();
+    EXPECT_NE(ch->getEndSegment(), nullptr);
 }
 
 TEST_F(CHChannel, InsideAndAtTheLastKey)

@@ -112,6 +112,14 @@ TEST_F(CHEvents, SampleCacheInterpolatesBetweenSamples)
     a->setLeftBehavior(CH_CHANNEL_EXTEND);
     obj.evaluate(a, -1e6f, false, 0);
     EXPECT_LT(s->getCacheSize(), 1000);
+
+    // Sample numbers in single precision: a segment starting at 10/24 s
+    // starts at sample floor(10/24 · 24 + 1) = 11 (0.41666666f · 24 rounds to
+    // 10), so caching it to its end at sample 25 takes 25 - 11 + 1 values.
+    chTestChannelBuilder::build(*a, {{0, 0}, {10.0f / 24, 1, 0, 0, "$LT"}, {1, 2}});
+    a->setCacheEnable(true);
+    obj.evaluate(a, 0.7f, false, 0);
+    EXPECT_EQ(a->getSegment(1u)->getCacheSize(), 16);
     mgr.setSegCacheStatus(false);
 }
 

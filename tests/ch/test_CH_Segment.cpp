@@ -90,6 +90,22 @@ TEST_F(CHSegment, LengthsSlopesAndAccels)
     s.setOutSlope(1.0f, false);
     s.normalizeAccels();
     EXPECT_FLOAT_EQ(s.getOutAccelRatio(), 1.0f / 3.0f);
+
+    // From a ratio, in single precision and in the order sqrt(s² + 1) · L · r:
+    // sqrt 2 · 5 = 7.0710678 (rounded), · 0.2 = 1.41421354 (not ...366).
+    s.changeLength(5.0f);
+    s.setInSlope(1.0f, false);
+    s.setInAccelRatio(0.2f, false);
+    EXPECT_EQ(s.getInAccel(), 1.41421354f);
+    // Dividing an over-long handle down is no change of the segment's own;
+    // only growing one to the tolerance marks it modified.
+    s.setInSlope(0.0f, false);
+    s.setInAccel(4.0f, false);
+    s.changeLength(2.0f, CH_SCALE_ANY, false);
+    s.setModified(0);
+    s.clampInAccel();
+    EXPECT_EQ(s.getInAccel(), 2.0f);
+    EXPECT_FALSE(s.wasModified());
 }
 
 TEST_F(CHSegment, TiesCarryChangesOneKey)

@@ -199,7 +199,7 @@ CH_Segment *CH_Channel::getPrevSegment(unsigned index) const
     if (index > 0 && index <= n)
         return mySegments(static_cast<int>(index - 1));
     if (index == 0)
-        return myLeftBehavior == CH_CHANNEL_CYCLE && n ? mySegments.last() : myEndSegment;
+        return myLeftBehavior != CH_CHANNEL_CYCLE ? myEndSegment : (n ? mySegments.last() : nullptr);
     return nullptr;
 }
 
@@ -391,7 +391,7 @@ void CH_Channel::ensureEndSegmentCreated()
 
 void CH_Channel::updateEndSegment()
 {
-    if (myCollection && !myCollection->canAccess(0x92))
+    if (myCollection && !myCollection->canAccessChannel(0x92, this))
         return;
     CH_Manager *mgr = getManager();
     const char *text;
@@ -776,8 +776,7 @@ std::int64_t CH_Channel::getMemUsage(bool shallow) const
                                       sizeof(CH_Segment *));
     size += static_cast<std::int64_t>((mySegments.entries() + myDisableSegments.entries()) *
                                       sizeof(CH_Segment));
-    size += myIndex.getMemUsage();
-    return size;
+    return size; // like the end segment and the expressions, the lookup table is not counted
 }
 
 // ---- Whole-channel changes -----------------------------------------------------------

@@ -206,9 +206,9 @@ public:
     void swapContents(CH_Channel &other);
     /// Makes every owned segment point back to this channel.
     void initializeSegmentParents();
-    /// Recomputes segment times from the channel start and the lengths, and
-    /// the length as their sum. With `cook_end`, the end segment is placed
-    /// at the new length too.
+    /// Recomputes segment times from the channel start and the lengths, the
+    /// length as their sum, the end segment's place and the lookup table.
+    /// The flag changes nothing.
     void adjustSegmentTimes(bool cook_end);
     void ensureEndSegmentCreated();
     void updateEndSegment();

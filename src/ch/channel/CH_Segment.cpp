@@ -357,14 +357,26 @@ void CH_Segment::evaluateString(UT_String &result, int thread) const
 
 float CH_Segment::getAccelRatio(float slope, float accel, float length)
 {
+    // In single precision, like the numbers it relates.
     float l = length == 0.0f ? 1.0f : length;
-    return static_cast<float>(accel * cosAtan(slope) / l);
+    float cosine;
+    if (std::fabs(slope) <= 1.0f)
+    {
+        float sine = slope / std::sqrt(slope * slope + 1.0f);
+        cosine = std::sqrt(1.0f - sine * sine);
+    }
+    else
+    {
+        float r = 1.0f / std::fabs(slope);
+        cosine = r / std::sqrt(r * r + 1.0f);
+    }
+    return accel * cosine / l;
 }
 
 float CH_Segment::getAccelFromRatio(float slope, float ratio, float length)
 {
     float l = length == 0.0f ? 1.0f : length;
-    return std::sqrt(slope * slope + 1.0f) * ratio * l;
+    return std::sqrt(slope * slope + 1.0f) * l * ratio;
 }
 
 void CH_Segment::setInAccelRatio(float r, bool propagate)
@@ -380,7 +392,8 @@ void CH_Segment::setOutAccelRatio(float r, bool propagate)
 namespace {
 
 // Keeps the handle inside the segment and at least the tolerance long.
-// Returns whether the tolerance rule changed the accel.
+// Returns whether the tolerance rule raised the accel (only that marks the
+// segment modified).
 bool clampAccel(float &accel, float slope, float length, float tol)
 {
     float ratio = CH_Segment::getAccelRatio(slope, accel, length);
@@ -388,8 +401,9 @@ bool clampAccel(float &accel, float slope, float length, float tol)
         accel /= ratio;
     if (length != 0.0f && accel < tol)
     {
+        bool changed = accel != tol;
         accel = tol;
-        return true;
+        return changed;
     }
     return false;
 }
@@ -398,17 +412,13 @@ bool clampAccel(float &accel, float slope, float length, float tol)
 
 void CH_Segment::clampInAccel()
 {
-    float old = myInAccel;
-    clampAccel(myInAccel, myInSlope, myLength, getTolerance());
-    if (myInAccel != old)
+    if (clampAccel(myInAccel, myInSlope, myLength, getTolerance()))
         setModified(1);
 }
 
 void CH_Segment::clampOutAccel()
 {
-    float old = myOutAccel;
-    clampAccel(myOutAccel, myOutSlope, myLength, getTolerance());
-    if (myOutAccel != old)
+    if (clampAccel(myOutAccel, myOutSlope, myLength, getTolerance()))
         setModified(1);
 }
 

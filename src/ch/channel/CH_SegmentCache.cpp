@@ -34,7 +34,7 @@ float CH_Segment::evaluateFromCache(float t, int thread)
 {
     float rate = getManager()->getSamplesPerSec();
     float global = t + myChannel->getStart();
-    double s = static_cast<double>(global) * rate + 1.0;
+    float s = global * rate + 1.0f; // sample numbers in single precision
     // Samples far outside the segment would grow the cache without bound
     // (and non-finite times have no sample): evaluate those directly.
     double span = (static_cast<double>(myLength) + 2.0) * rate + 2.0;
@@ -59,8 +59,8 @@ void CH_Segment::updateCacheToIncludeSample(int s, int thread)
     float chstart = myChannel->getStart();
     if (myCache.empty())
     {
-        int first = saturatedFloor(static_cast<double>(chstart + myStart) * rate + 1.0);
-        int last = saturatedFloor(static_cast<double>(myEnd + chstart) * rate + 1.0);
+        int first = saturatedFloor((chstart + myStart) * rate + 1.0f);
+        int last = saturatedFloor((myEnd + chstart) * rate + 1.0f);
         myFirstCachedSample = std::min(first, s);
         s = std::max(last, s);
     }
