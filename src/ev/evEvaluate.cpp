@@ -102,7 +102,15 @@ public:
     evFloatMachine(EV_EXPRESSION &expr, const evProgram &prog, int thread, evThreadState &state)
         : myExpr(expr), myProg(prog), myThread(thread), myState(state) {}
 
-    bool run(double &out);
+    /// Runs the program; the flags it gathered reach the expression
+    /// whether or not it succeeds.
+    bool run(double &out)
+    {
+        bool ok = runCode(out);
+        if (myFlags)
+            myExpr.orFlags(myFlags);
+        return ok;
+    }
     int error() const { return myError; }
 
 private:
@@ -111,6 +119,7 @@ private:
         myError = error;
         return false;
     }
+    bool runCode(double &out);
     bool call(const evCallSite &site, double *args, double &out);
 
     EV_EXPRESSION &myExpr;
@@ -118,6 +127,9 @@ private:
     int myThread;
     evThreadState &myState;
     int myError = 0;
+    /// What variables and calls set in the flag word, written once at the
+    /// end of the run rather than at each instruction.
+    unsigned myFlags = 0;
 };
 
 inline bool evFloatMachine::call(const evCallSite &site, double *args, double &out)
@@ -128,7 +140,7 @@ inline bool evFloatMachine::call(const evCallSite &site, double *args, double &o
         return fail(error);
     if (EV_DIRECT_FLOAT_FUNC direct = func->getDirectFloat()) {
         out = direct(args[0]); // cannot fail: no error to check
-        evReadFlags(myExpr, func);
+        myFlags |= func->getUserFlags();
         return true;
     }
     if (__builtin_expect(func->isAllFloat(), 1)) {
@@ -145,13 +157,13 @@ inline bool evFloatMachine::call(const evCallSite &site, double *args, double &o
     } else {
         out = evCallMixed(func, args, site.argc, myThread);
     }
-    evReadFlags(myExpr, func);
+    myFlags |= func->getUserFlags();
     if (__builtin_expect(myState.error != 0, 0))
         return fail(myState.error); // the callback reported an error
     return true;
 }
 
-bool evFloatMachine::run(double &out)
+bool evFloatMachine::runCode(double &out)
 {
     double stack[evProgram::theFloatStack];
     double *sp = stack; // next free slot
@@ -162,8 +174,7 @@ bool evFloatMachine::run(double &out)
         case evOp::PUSHNUM: *sp++ = numbers[pc->a]; break;
         case evOp::VAR: {
             const evBinding &b = myProg.bindingPtr[pc->a];
-            if (b.orMask)
-                myExpr.orFlags(b.orMask);
+            myFlags |= b.orMask;
             *sp++ = b.type->getFloat ? b.type->getFloat(b.binding, myThread) : 0.0;
             break;
         }
