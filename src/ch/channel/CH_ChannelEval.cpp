@@ -177,7 +177,6 @@ float CH_Segment::evaluateExpression(int thread)
     return myExpression->evaluate(thread);
 }
 
-
 template <typename Work>
 auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 {
