@@ -193,6 +193,18 @@ TEST_F(CHChannel, LocalVariablesSeeTheEvaluatedSegment)
     ch->getEndSegment()->changeExpression("\"$CH\"", CH_ORVISH);
     obj.evaluateString(s, ch, 10, 0);
     EXPECT_EQ(s, "tx");
+    // As text: "CH" is the evaluating channel's name (its own when none was
+    // given), empty with no channel; other variables print with %g, so the
+    // frame 1234567 reads 1.23457e+06.
+    obj.setEvalChannel(ch, 0, nullptr);
+    obj.getVariableValue(1, 1, s, 0);
+    EXPECT_EQ(s, "tx");
+    obj.setEvalChannel(nullptr, 0, "zz");
+    obj.getVariableValue(1, 1, s, 0);
+    EXPECT_EQ(s, "");
+    mgr.setEvaluateTime(1234566.0f / 24, 0);
+    obj.getVariableValue(0, 0, s, 0);
+    EXPECT_EQ(s, "1.23457e+06");
 }
 
 TEST_F(CHChannel, EvaluationErrorsReachTheCollectionOnce)

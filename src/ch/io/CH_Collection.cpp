@@ -114,12 +114,12 @@ void CH_Collection::getVariableValue(int table, int id, UT_String &value, int th
         return;
     }
     if (table == 1 && id == 1) {
-        const char *name = myEvalSlots.get(thread).name;
-        value = name ? name : myEvalChannelName.c_str(); // CH
-        return;
-    }
-    if (table == 0 && myManager) {
-        myManager->getVariableValue(id, value, thread);
+        // CH: the evaluating channel's name; with none, the stored name.
+        const chEvalSlot &slot = myEvalSlots.get(thread);
+        if (!slot.channel)
+            value = myEvalChannelName;
+        else
+            value = slot.name ? slot.name : slot.channel->getName();
         return;
     }
     value.sprintf("%g", getVariableValue(table, id, thread));
