@@ -5,12 +5,8 @@
 #include <ch/channel/CH_Segment.h>
 
 #include <ch/channel/CH_Channel.h>
-#include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/manager/CH_Manager.h>
-
-#include <ev/EV_Expression.h>
-#include <ev/EV_Function.h>
 
 #include <algorithm>
 #include <climits>
