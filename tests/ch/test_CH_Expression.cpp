@@ -8,7 +8,9 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -110,31 +112,67 @@ TEST_F(CHExpression, EvaluationRestoresTheThreadFlagsNestedAndConcurrently)
     EXPECT_EQ(bits(e, 0x2800eu), 0x28000u);   // time-dependent and in value, no sentinel
 }
 
-TEST_F(CHExpression, CopiesShareAndAssignmentRecompiles)
+TEST_F(CHExpression, CopiesAreIndependentValuesWhicheverSideIsEdited)
 {
-    auto source = std::make_unique<CH_Expression>("chx_count() * 7", CH_ORVISH);
-    source->setReferencePath("/a");
-    CH_Expression copy(*source);
-    EXPECT_STREQ(copy.getReferencePath(), "/a");
-    source->setExpression("chx_count() * 8", CH_ORVISH); // seen through the shared engine expression
-    EXPECT_STREQ(copy.getExpression(), "chx_count() * 8");
-    source.reset();
-    EXPECT_FLOAT_EQ(copy.evaluate(0), 8.0f);
+    using Edit = void (*)(CH_Expression &);
+    const struct { const char *name; Edit edit; } edits[] = {
+        {"setExpression", [](CH_Expression &e) { e.setExpression("chx_count() * 8", CH_ORVISH); }},
+        {"setLanguage", [](CH_Expression &e) { e.setLanguage(CH_PYTHON); }},
+        {"setExpressionFlag", [](CH_Expression &e) { e.setExpressionFlag(0x1000000); }},
+        {"changeString", [](CH_Expression &e) { e.changeString("7", "9", false, 0); }},
+        {"unresolveLocalVars", [](CH_Expression &e) { e.unresolveLocalVars(0); }},
+        {"assignment", [](CH_Expression &e) { e = CH_Expression("5", CH_ORVISH); }},
+    };
+    for (bool pooled : {false, true})
+        for (bool edit_source : {false, true})
+            for (const auto &c : edits) {
+                SCOPED_TRACE(std::string(c.name) + (pooled ? " pooled" : "") + (edit_source ? " source" : " copy"));
+                auto source = pooled ? std::make_unique<CH_Expression>("chx_count() * 7", CH_ORVISH, CH_Expression::Pooled)
+                                     : std::make_unique<CH_Expression>("chx_count() * 7", CH_ORVISH);
+                source->setReferencePath("/a");
+                EXPECT_FLOAT_EQ(source->evaluate(0), 7.0f);
+                auto copy = std::make_unique<CH_Expression>(*source);
+                EXPECT_STREQ(copy->getReferencePath(), "/a");
+                CH_Expression &edited = edit_source ? *source : *copy;
+                std::unique_ptr<CH_Expression> &kept = edit_source ? copy : source;
+                unsigned word = kept->getExpressionFlag();
+                c.edit(edited);
+                EXPECT_STREQ(kept->getExpression(), "chx_count() * 7");
+                EXPECT_EQ(kept->getLanguage(), CH_ORVISH);
+                EXPECT_EQ(kept->getExpressionFlag(), word);
+                EXPECT_FLOAT_EQ(kept->evaluate(0), 7.0f);
+                (edit_source ? source : copy).reset(); // either may go first
+                EXPECT_FLOAT_EQ(kept->evaluate(0), 7.0f);
+                EXPECT_EQ(takeError(), 0);
+            }
+}
+
+TEST_F(CHExpression, CopyOfACopyAndAssignmentBetweenSharers)
+{
+    CH_Expression a("chx_count() * 2", CH_ORVISH), b(a), c(b);
+    b.setExpression("chx_count() * 3", CH_ORVISH);
+    EXPECT_STREQ(a.getExpression(), "chx_count() * 2");
+    EXPECT_STREQ(c.getExpression(), "chx_count() * 2");
+    c.setExpression("chx_count() * 4", CH_ORVISH);
+    EXPECT_FLOAT_EQ(a.evaluate(0) + b.evaluate(0) + c.evaluate(0), 9.0f);
     CH_Expression py("x + 1", CH_PYTHON), pycopy(py);
-    py.setExpression("x + 2", CH_PYTHON); // Python code is replaced, not edited
+    py.setExpression("x + 2", CH_PYTHON);
     EXPECT_STREQ(pycopy.getExpression(), "x + 1");
+    py.setExpressionFlag(0x1000000);
+    EXPECT_FALSE(pycopy.isHardwired());
     EXPECT_TRUE(pycopy.isCompiled());
     CH_Expression target("1", CH_ORVISH);
     target = pycopy;
     EXPECT_EQ(target.getLanguage(), CH_PYTHON);
-    target = copy;
-    copy.setExpression("0", CH_ORVISH); // not shared
-    EXPECT_FLOAT_EQ(target.evaluate(0), 8.0f);
+    target = a;
+    a.setExpression("0", CH_ORVISH);
+    EXPECT_FLOAT_EQ(target.evaluate(0), 2.0f);
     target = CH_Expression("", CH_PYTHON); // ignored
     EXPECT_FALSE(target.modified());
     CH_Expression sharing(target);
-    sharing = target; // its text lives in the engine expression being rewritten
-    EXPECT_FLOAT_EQ(sharing.evaluate(0), 8.0f);
+    sharing = target; // the text lives in the program being replaced
+    EXPECT_FLOAT_EQ(sharing.evaluate(0), 2.0f);
+    EXPECT_FLOAT_EQ(target.evaluate(0), 2.0f);
 }
 
 TEST_F(CHExpression, PythonStubAndLanguageRoundTrip)
@@ -218,3 +256,47 @@ TEST(CHExprLanguage, KeywordsCharactersAndMeanings)
 }
 
 } // namespace
+
+TEST_F(CHExpression, PoolSharesEqualTextsAndDropsATextWithItsLastHolder)
+{
+    const std::size_t base = CH_Expression::getPooledTextCount();
+    auto a = std::make_unique<CH_Expression>("chx_count() + 0.125", CH_ORVISH, CH_Expression::Pooled);
+    auto b = std::make_unique<CH_Expression>("chx_count() + 0.125", CH_ORVISH, CH_Expression::Pooled);
+    auto c = std::make_unique<CH_Expression>(*b); // a copy of a pooled expression is pooled
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + 1);
+    a->setExpressionFlag(0x1000000); // leaves the pool, which keeps the text for b and c
+    EXPECT_FALSE(b->isHardwired());
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + 1);
+    b.reset();
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + 1);
+    c.reset();
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base);
+    // The text comes back compiled afresh, with a fresh flag word.
+    CH_Expression again("chx_count() + 0.125", CH_ORVISH, CH_Expression::Pooled);
+    EXPECT_TRUE(again.modified());
+    EXPECT_FLOAT_EQ(again.evaluate(0), 1.125f);
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + 1);
+    // Python texts and null texts are never pooled.
+    CH_Expression py("x", CH_PYTHON, CH_Expression::Pooled), none(nullptr, CH_ORVISH, CH_Expression::Pooled);
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + 1);
+}
+
+TEST_F(CHExpression, PoolHoldsManyDistinctLiveTexts)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr int theTexts = 20000;
+#else
+    constexpr int theTexts = 200000; // quadratic rescans once made this take minutes
+#endif
+    const std::size_t base = CH_Expression::getPooledTextCount();
+    std::vector<std::unique_ptr<CH_Expression>> live(theTexts);
+    for (int i = 0; i < theTexts; ++i)
+        live[i] = std::make_unique<CH_Expression>(std::to_string(i).c_str(), CH_ORVISH, CH_Expression::Pooled);
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + theTexts);
+    EXPECT_FLOAT_EQ(live[theTexts - 1]->evaluate(0), float(theTexts - 1));
+    for (int i = 0; i < theTexts / 2; ++i)
+        live[i].reset();
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base + theTexts - theTexts / 2);
+    live.clear();
+    EXPECT_EQ(CH_Expression::getPooledTextCount(), base);
+}

@@ -74,9 +74,11 @@ CH_Expression::CH_Expression(const char *text, CH_ExprLanguage language)
 
 namespace {
 
-// Compiled Orvish texts shared by pooled expressions, held weakly: a text
-// no segment uses any more is compiled afresh next time. The lock is taken
-// when segments are made, never during evaluation.
+// Compiled Orvish texts shared by pooled expressions, held weakly. The last
+// holder of a program takes its text out of the table as the program goes,
+// so the table holds only live texts and each addition costs O(1) (no
+// rescans). The lock is taken when segments are made and destroyed, never
+// during evaluation.
 class chExpressionPool
 {
 public:
@@ -86,32 +88,55 @@ public:
             std::lock_guard<std::mutex> lock(myLock);
             auto it = myTexts.find(text);
             if (it != myTexts.end())
-                if (std::shared_ptr<EV_EXPRESSION> live = it->second.lock())
+                if (std::shared_ptr<EV_EXPRESSION> live = it->second.expr.lock())
                     return live;
         }
         // Compiled outside the lock: compiling may expand and evaluate texts.
-        std::shared_ptr<EV_EXPRESSION> fresh(ev_AllocExpr(), ev_FreeExpr);
+        std::shared_ptr<EV_EXPRESSION> fresh(ev_AllocExpr(), chRelease{this});
         ev_ChangeExpr(fresh.get(), text, 0);
         std::lock_guard<std::mutex> lock(myLock);
-        std::weak_ptr<EV_EXPRESSION> &slot = myTexts[text];
-        if (std::shared_ptr<EV_EXPRESSION> live = slot.lock())
+        chEntry &slot = myTexts[text];
+        if (std::shared_ptr<EV_EXPRESSION> live = slot.expr.lock())
             return live; // another thread compiled it meanwhile
-        slot = fresh;
-        if (++myInserts % 1024 == 0)
-            sweep();
+        slot.expr = fresh;
+        slot.raw = fresh.get();
         return fresh;
     }
 
-private:
-    void sweep()
+    std::size_t size()
     {
-        for (auto it = myTexts.begin(); it != myTexts.end();)
-            it = it->second.expired() ? myTexts.erase(it) : std::next(it);
+        std::lock_guard<std::mutex> lock(myLock);
+        return myTexts.size();
+    }
+
+private:
+    struct chEntry
+    {
+        std::weak_ptr<EV_EXPRESSION> expr;
+        const EV_EXPRESSION *raw = nullptr; ///< which program the entry is for
+    };
+    struct chRelease
+    {
+        chExpressionPool *pool;
+        void operator()(EV_EXPRESSION *expr) const { pool->release(expr); }
+    };
+
+    void release(EV_EXPRESSION *expr)
+    {
+        {
+            // A pooled program is never edited, so its text is its key. The
+            // entry may already hold a newer program of the same text (made
+            // after this one expired): that one stays.
+            std::lock_guard<std::mutex> lock(myLock);
+            auto it = myTexts.find(expr->getText());
+            if (it != myTexts.end() && it->second.raw == expr)
+                myTexts.erase(it);
+        }
+        ev_FreeExpr(expr);
     }
 
     std::mutex myLock;
-    std::unordered_map<std::string, std::weak_ptr<EV_EXPRESSION>> myTexts;
-    unsigned myInserts = 0;
+    std::unordered_map<std::string, chEntry> myTexts;
 };
 
 chExpressionPool &chPool()
@@ -121,6 +146,11 @@ chExpressionPool &chPool()
 }
 
 } // namespace
+
+std::size_t CH_Expression::getPooledTextCount()
+{
+    return chPool().size();
+}
 
 CH_Expression::CH_Expression(const char *text, CH_ExprLanguage language, PooledTag)
     : myLanguage(language)
@@ -135,14 +165,24 @@ CH_Expression::CH_Expression(const char *text, CH_ExprLanguage language, PooledT
     myPooled = true;
 }
 
-void CH_Expression::detachFromPool()
+bool CH_Expression::isShared() const
 {
-    if (!myPooled)
+    // A pooled program can gain holders at any time (the pool hands it out);
+    // any other can only be copied from one of its holders, so a count of
+    // one means nobody else sees it.
+    return myPooled || myExpr.use_count() > 1;
+}
+
+void CH_Expression::makeUnique()
+{
+    if (!isShared())
         return;
-    std::string text = getExpression();
-    myExpr.reset(ev_AllocExpr(), ev_FreeExpr);
+    std::shared_ptr<EV_EXPRESSION> own(ev_AllocExpr(), ev_FreeExpr);
+    if (myLanguage != CH_PYTHON)
+        ev_ChangeExpr(own.get(), myExpr->getText(), 0);
+    own->setFlags(myExpr->getFlags()); // same text: what it gathered still holds
+    myExpr = std::move(own);
     myPooled = false;
-    ev_ChangeExpr(myExpr.get(), text.c_str(), 0);
 }
 
 CH_Expression::CH_Expression(const CH_Expression &source) = default;
@@ -168,8 +208,9 @@ void CH_Expression::changeExpr(const char *text, int thread)
         text = "";
     myReferencePath.clear();
     myPythonCode.reset();
-    if (myPooled) {
-        // Compile into an engine expression of our own, not the pool's.
+    if (isShared()) {
+        // Compile into an engine expression of our own: copies and the pool
+        // keep the program they have.
         myExpr.reset(ev_AllocExpr(), ev_FreeExpr);
         myPooled = false;
     }
@@ -266,7 +307,7 @@ void CH_Expression::orExpressionFlag(unsigned bits) const
 
 void CH_Expression::setExpressionFlag(unsigned flags)
 {
-    detachFromPool();
+    makeUnique();
     myExpr->setFlags(flags);
 }
 
@@ -292,7 +333,7 @@ void CH_Expression::dirtyExprCache()
 
 void CH_Expression::unresolveLocalVars(int thread)
 {
-    detachFromPool();
+    makeUnique();
     ev_UnresolveVars(myExpr.get(), thread);
 }
 

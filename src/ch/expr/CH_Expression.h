@@ -5,6 +5,7 @@
 
 #include <ut/UT_String.h>
 
+#include <cstddef>
 #include <memory>
 
 struct EV_EXPRESSION;
@@ -31,14 +32,17 @@ class chPythonCode;
 /// them into the flag word and restores the thread's flags afterwards, so a
 /// nested evaluation never passes its bits to the one that called it.
 ///
-/// Copies share: the copy constructor shares the engine expression and the
-/// Python code with the source (shared ownership, so either may be destroyed
-/// first). Changing the text of one of two sharing Orvish copies recompiles
-/// the one engine expression they share, so both see the new text and flag
-/// word: that is what sharing means. Python code is replaced rather than
-/// edited, so a Python copy that changes its text gets code of its own and
-/// leaves the other with the old one. The language and the reference path
-/// are per copy. Assignment does not share: it recompiles the source's text.
+/// Copies are independent values: a copy keeps the text, language, flag
+/// word and reference path it was made with, whatever happens to the
+/// original later (and the other way round). Segments are copied and then
+/// edited (splitting a key), and an edit must never reach the source. The
+/// compiled program is shared copy-on-write: a copy costs no compile, and
+/// the first edit of a shared expression (text, language, flag word, local
+/// variable binding) gives the edited one a program of its own, so nothing
+/// ever writes into a program another expression holds. What evaluation
+/// gathers (the usage bits and the evaluated bit) is ORed into the shared
+/// word, as in the pool below: it describes the one text they all have.
+/// Assignment takes the source's text and language and recompiles.
 /// Copies of a pooled expression (see the pooled constructor) are pooled too.
 ///
 /// Python: there is no interpreter bridge yet. A Python text is kept
@@ -46,9 +50,9 @@ class chPythonCode;
 /// it) but evaluates to 0 or the empty string with the error "Python
 /// expressions are not available".
 ///
-/// Evaluation may run on several threads at once; changing the text or the
-/// language must not overlap evaluation of the same (or a sharing)
-/// expression.
+/// Evaluation may run on several threads at once, of one expression or of
+/// copies; editing an expression must not overlap evaluation of that same
+/// expression, but may overlap evaluation of its copies.
 class CH_Expression
 {
 public:
@@ -67,6 +71,9 @@ public:
     /// reports time dependence everywhere it is pooled (never the reverse),
     /// which at worst makes a host re-evaluate a constant.
     CH_Expression(const char *text, CH_ExprLanguage language, PooledTag);
+    /// The number of distinct texts pooled expressions hold now; a text
+    /// leaves the pool when its last expression goes.
+    static std::size_t getPooledTextCount();
     CH_Expression(const CH_Expression &source);
     CH_Expression(CH_Expression &&source) noexcept;
     /// Takes the source's text and language and recompiles; a source with
@@ -96,8 +103,8 @@ public:
     /// True when the text changed and the expression has not run since.
     bool modified() const;
     unsigned getExpressionFlag() const;
-    /// ORs bits into the flag word, as evaluation does (shared with the
-    /// expressions that share the engine expression, which have its text).
+    /// ORs bits into the flag word, as evaluation does (seen by copies that
+    /// still share the program, which have the same text).
     void orExpressionFlag(unsigned bits) const;
     void setExpressionFlag(unsigned flags);
 
@@ -148,9 +155,11 @@ public:
 private:
     // The one place where text is compiled.
     void changeExpr(const char *text, int thread);
-    /// Leaves the pool: gives this expression an engine expression of its
-    /// own, compiled from the current text, before anything edits it.
-    void detachFromPool();
+    /// Whether another expression (a copy, or the pool) may hold myExpr.
+    bool isShared() const;
+    /// Gives this expression an engine expression of its own, compiled from
+    /// the current text with the same flag word, before anything edits it.
+    void makeUnique();
     bool usesFlag(unsigned mask) const;
 
     // What evaluation reads comes first (a segment keeps it in its first
