@@ -236,6 +236,30 @@ TEST_F(CHSegment, KeysOnSegments)
     EXPECT_EQ(ch.getSegment(0u)->getOutValue(), 8.0f);
 }
 
+TEST_F(CHSegment, PutWritesAsIfHoldLastKeyWereOffAndLeavesTheSettingAlone)
+{
+    chTestChannelBuilder::build(ch, {{0, 1, 0.5f}, {2, 3, 0.5f}, {4, 5, 2.0f}});
+    CH_Segment *last = ch.getSegment(1u), *end = ch.getEndSegment();
+    const float end_out_value = end->getOutValue(), end_out_slope = end->getOutSlope();
+    CH_Key key;
+    key.get(last, end, false);
+    key.myIn.myV[CH_VALUE] = 7.0f;
+    key.myOut.myV[CH_VALUE] = 6.0f;
+    key.myOut.myV[CH_SLOPE] = 0.25f;
+    mgr.setHoldLastKey(true);
+    key.put(last, end, false);
+    EXPECT_EQ(mgr.getHoldLastKey(), 1);
+    EXPECT_EQ(last->getOutValue(), 7.0f);
+    EXPECT_EQ(end->getInValue(), 6.0f);
+    EXPECT_EQ(end->getInSlope(), 0.25f);
+    EXPECT_EQ(end->getOutValue(), end_out_value); // not flattened to the new key
+    EXPECT_EQ(end->getOutSlope(), end_out_slope);
+    end->setInValue(9.0f, false); // an ordinary setter still holds the last key
+    EXPECT_EQ(end->getOutValue(), 9.0f);
+    EXPECT_EQ(end->getOutSlope(), 0.0f);
+    mgr.setHoldLastKey(false);
+}
+
 } // namespace
 
 namespace {

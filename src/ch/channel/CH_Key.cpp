@@ -106,14 +106,12 @@ void CH_Key::put(CH_Segment *left, CH_Segment *right, bool accel_ratios) const
     CH_Channel *channel = channelOf(left, right);
     if (!channel || channel->getLocked())
         return;
-    CH_Manager *mgr = channel->getManager();
-    bool hold = mgr && mgr->getHoldLastKey();
-    if (mgr)
-        mgr->setHoldLastKey(false);
+    // Written as if hold-last-key were off. The setting itself is left alone:
+    // other threads may be reading it.
     auto write = [&](CH_Segment *seg, bool side, const CH_HalfKey &half) {
         for (CH_ValueTypes t : theTypes)
         {
-            seg->setValue(side, t, half.myV[t]);
+            seg->setValue(side, t, half.myV[t], false);
             seg->setValueTied(side, t, half.myTied[t]);
         }
     };
@@ -128,8 +126,6 @@ void CH_Key::put(CH_Segment *left, CH_Segment *right, bool accel_ratios) const
         if (right)
             right->setInAccel(myOut.myV[CH_ACCEL], false);
     }
-    if (mgr)
-        mgr->setHoldLastKey(hold);
 }
 
 void CH_Key::swapHalves()

@@ -484,14 +484,16 @@ void CH_Segment::holdLastKey(float value, bool propagate)
         setOutSlope(0.0f, true, 0.0f);
 }
 
-void CH_Segment::afterValueSet(float value, bool propagate)
+void CH_Segment::afterValueSet(float value, bool propagate, bool hold)
 {
+    if (!hold)
+        return;
     CH_Manager *mgr = getManager();
     if (mgr && mgr->getHoldLastKey() && myPrev && !myNext)
         holdLastKey(value, propagate);
 }
 
-void CH_Segment::setSideValue(bool in, float v, bool propagate)
+void CH_Segment::setSideValue(bool in, float v, bool propagate, bool hold)
 {
     chSide sd = side(in);
     if (!sameValue(v, sd.value))
@@ -502,14 +504,14 @@ void CH_Segment::setSideValue(bool in, float v, bool propagate)
     if (propagate && myFlags.has(sd.valueTie))
     {
         if (sd.neighbour)
-            sd.neighbour->setSideValue(!in, v, false);
+            sd.neighbour->setSideValue(!in, v, false, hold);
         else if (std::fabs(myLength) <= 1e-5f)
-            setSideValue(!in, v, false);
+            setSideValue(!in, v, false, hold);
     }
-    afterValueSet(v, propagate);
+    afterValueSet(v, propagate, hold);
 }
 
-void CH_Segment::setSideSlope(bool in, float s, bool propagate, float k)
+void CH_Segment::setSideSlope(bool in, float s, bool propagate, float k, bool hold)
 {
     chSide sd = side(in);
     s = clampSlope(s);
@@ -529,11 +531,11 @@ void CH_Segment::setSideSlope(bool in, float s, bool propagate, float k)
     if (propagate && myFlags.has(sd.slopeTie))
     {
         if (sd.neighbour)
-            sd.neighbour->setSideSlope(!in, s, false, k);
+            sd.neighbour->setSideSlope(!in, s, false, k, hold);
         else if (std::fabs(myLength) <= 1e-5f)
-            setSideSlope(!in, s, false, 0.0f);
+            setSideSlope(!in, s, false, 0.0f, hold);
     }
-    afterValueSet(myInValue, propagate);
+    afterValueSet(myInValue, propagate, hold);
 }
 
 void CH_Segment::setSideAccel(bool in, float a, bool propagate)
@@ -578,12 +580,12 @@ float CH_Segment::getValue(bool in, CH_ValueTypes kind) const
     return 0.0f;
 }
 
-void CH_Segment::setValue(bool in, CH_ValueTypes kind, float v)
+void CH_Segment::setValue(bool in, CH_ValueTypes kind, float v, bool hold_last_key)
 {
     switch (kind)
     {
-    case CH_VALUE: in ? setInValue(v, false) : setOutValue(v, false); break;
-    case CH_SLOPE: in ? setInSlope(v, false, 0.0f) : setOutSlope(v, false, 0.0f); break;
+    case CH_VALUE: setSideValue(in, v, false, hold_last_key); break;
+    case CH_SLOPE: setSideSlope(in, v, false, 0.0f, hold_last_key); break;
     case CH_ACCEL: in ? setInAccelRatio(v, false) : setOutAccelRatio(v, false); break;
     }
 }

@@ -73,9 +73,11 @@ public:
     /// Sets both accels to one third of the segment's length along the tangent.
     void normalizeAccels();
 
-    /// By kind: value, slope, or (for accels) the ratio.
+    /// By kind: value, slope, or (for accels) the ratio. With hold_last_key
+    /// false the write is done as if the manager's hold-last-key setting
+    /// were off, without touching the setting (keys are written this way).
     float getValue(bool in, CH_ValueTypes kind) const;
-    void setValue(bool in, CH_ValueTypes kind, float v);
+    void setValue(bool in, CH_ValueTypes kind, float v, bool hold_last_key = true);
     bool getValueTied(bool in, CH_ValueTypes kind) const;
     void setValueTied(bool in, CH_ValueTypes kind, bool tied);
     /// Whether the expression reads that number (slopes and accels count
@@ -200,15 +202,15 @@ private:
 
     struct chSide;
     chSide side(bool in);
-    void setSideValue(bool in, float v, bool propagate);
-    void setSideSlope(bool in, float s, bool propagate, float k);
+    void setSideValue(bool in, float v, bool propagate, bool hold = true);
+    void setSideSlope(bool in, float s, bool propagate, float k, bool hold = true);
     void setSideAccel(bool in, float a, bool propagate);
     void tieSide(bool in, CH_ValueTypes kind, bool tie, bool propagate, float k);
     void initDefaults();
     void checkExpression();
     void setExpressionText(const char *text, CH_ExprLanguage language);
     void holdLastKey(float value, bool propagate);
-    void afterValueSet(float value, bool propagate);
+    void afterValueSet(float value, bool propagate, bool hold);
     bool usesFlagRefreshed(bool (CH_Expression::*query)() const) const;
     void setTimeGroup(CH_TimeGroup *group, bool remove);
     void isCooking(int on) { myFlags.set(CH_SegmentFlags::COOKING, on != 0); }
