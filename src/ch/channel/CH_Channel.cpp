@@ -814,6 +814,9 @@ void CH_Channel::copyContents(const CH_Channel &from)
 
 void CH_Channel::swap(CH_Channel &other)
 {
+    if (&other == this)
+        return;
+    CH_Collection *mine = myCollection, *theirs = other.myCollection;
     std::swap(myCollection, other.myCollection);
     std::swap(myName, other.myName);
     std::swap(myAlias, other.myAlias);
@@ -835,6 +838,16 @@ void CH_Channel::swap(CH_Channel &other)
     other.myManager = managerOf(other.myCollection);
     initializeSegmentParents();
     other.initializeSegmentParents();
+    // Between collections the two also change places in the collections'
+    // lists, so each lists exactly the channels that point to it. (Within
+    // one, as for editing a temporary copy, the list stays as it is.)
+    if (mine != theirs)
+    {
+        if (mine)
+            mine->replaceChannel(this, &other);
+        if (theirs)
+            theirs->replaceChannel(&other, this);
+    }
 }
 
 void CH_Channel::swapContents(CH_Channel &other)

@@ -171,6 +171,13 @@ void CH_Collection::deleteChannel(CH_Channel *channel)
     delete channel;
 }
 
+void CH_Collection::replaceChannel(const CH_Channel *from, CH_Channel *to)
+{
+    int i = myChannels.find(const_cast<CH_Channel *>(from));
+    if (i >= 0)
+        myChannels(i) = to;
+}
+
 float CH_Collection::getTolerance() const
 {
     return myManager ? myManager->getTolerance() : 1.0f / 2400.0f;

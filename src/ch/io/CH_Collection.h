@@ -132,6 +132,8 @@ private:
     void evaluationError(const CH_Channel *channel, int err, int thread);
     void checkEvaluationError(const CH_Channel *channel, int thread);
     CH_Segment *evalSegment(int thread) const;
+    /// Puts 'to' in 'from's place in the list (when 'from' is listed).
+    void replaceChannel(const CH_Channel *from, CH_Channel *to);
 
     CH_Manager *myManager;
     CH_Collection *myParent;
