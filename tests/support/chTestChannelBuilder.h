@@ -37,7 +37,10 @@ public:
         {
             const chTestKey &a = keys[i], &b = keys[i + 1];
             auto *s = new CH_Segment(a.expr, CH_ORVISH, &channel, b.time - a.time);
-            channel.appendSegment(s);
+            // Appended raw and laid out once below: appendSegment lays out
+            // the whole channel each time, quadratic for millions of keys.
+            channel.mySegments.append(s);
+            s->setChannel(&channel);
             set(*s, a, b);
         }
         const chTestKey &last = keys.back();
