@@ -109,8 +109,7 @@ TEST_F(CHEvalSafety, AllocationFailureInsideEvaluationLeavesNoStateBehind)
     // Failed at the first sample: all 0, reported once against the channel.
     for (float v : out)
         EXPECT_EQ(v, 0.0f);
-    ASSERT_EQ(obj.errors.size(), 1u);
-    EXPECT_EQ(obj.errors[0], "0:Out of memory during evaluation (/obj/tx)");
+    EXPECT_EQ(obj.errors, std::vector<std::string>{"0:Out of memory during evaluation (/obj/tx)"});
     EXPECT_EQ(ev_GetErrNo(thread), 0);
 
     // Every per-thread state and flag is as before.
