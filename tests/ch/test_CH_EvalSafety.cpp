@@ -185,6 +185,9 @@ TEST_F(CHStaleError, ExpansionStillEvaluatesBackQuotes)
     UT_String out;
     mgr.expandString("[`1+1`]", out, 0.0f, nullptr, 0, 3);
     EXPECT_EQ(out, "[2]");
+    UT_String value;
+    EXPECT_TRUE(CH_Manager::lookupExpression("2+2", value, 0));
+    EXPECT_EQ(value, "4");
     EXPECT_EQ(ev_GetErrNo(0), EV_ERRUNKNOWNFUNC); // still there for the host
 }
 
@@ -256,9 +259,10 @@ TEST_F(CHEvalSafety, ThreadNumbersBeyondTheSlotsAreRefused)
         EXPECT_EQ(mgr.evaluate("1+1", 0.0f, nullptr, nullptr, thread, CH_ORVISH), 0.0f);
         mgr.expandString("a`1+1`", expanded, 0.0f, nullptr, thread, 3);
         EXPECT_EQ(expanded, "a`1+1`");
+        EXPECT_FALSE(CH_Manager::lookupExpression("1+1", s, thread));
 
         std::vector<UT_Error> errors = UT_ErrorManager::get().getErrors();
-        ASSERT_EQ(errors.size(), 6u) << thread;
+        ASSERT_EQ(errors.size(), 7u) << thread;
         std::string text = UT_ErrorManager::get().getFormattedErrors();
         EXPECT_NE(text.find("Thread number " + std::to_string(thread) + " is out of range"),
                   std::string::npos)

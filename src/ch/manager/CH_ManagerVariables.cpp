@@ -223,13 +223,28 @@ bool CH_Manager::getVariableString(const char *name, UT_String &value, int &time
 bool CH_Manager::lookupVariable(const char *name, UT_String &value, int thread)
 {
     bool timeDependent = false;
-    return name && chLookupVariable(getContext(), name, value, thread, timeDependent);
+    if (!name || !(thread = CH_EvalBoundary::acceptThread(thread)))
+        return false;
+    try {
+        return chLookupVariable(getContext(), name, value, thread, timeDependent);
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        return false;
+    }
 }
 
 bool CH_Manager::lookupExpression(const char *text, UT_String &value, int thread)
 {
     bool timeDependent = false;
-    return text && chLookupExpression(getContext(), text, value, thread, timeDependent);
+    if (!text || !(thread = CH_EvalBoundary::acceptThread(thread)))
+        return false;
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    try {
+        return chLookupExpression(getContext(), text, value, thread, timeDependent);
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        return false;
+    }
 }
 
 bool CH_Manager::lookupVariableNoThread(const char *name, UT_String &value)
