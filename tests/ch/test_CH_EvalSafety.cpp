@@ -41,11 +41,27 @@ void *operator new(std::size_t size)
         return p;
     throw std::bad_alloc();
 }
-// The compiler cannot tell that the new above is malloc underneath.
+// Every other plain form is replaced too, so that each allocation is freed
+// by its own kind (a sanitizer's runtime checks that).
+void *operator new[](std::size_t size) { return operator new(size); }
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+    try {
+        return operator new(size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+void *operator new[](std::size_t size, const std::nothrow_t &tag) noexcept { return operator new(size, tag); }
+// The compiler cannot tell that the forms above are malloc underneath.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void operator delete(void *p) noexcept { std::free(p); }
+void operator delete[](void *p) noexcept { std::free(p); }
 void operator delete(void *p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void *p, std::size_t) noexcept { std::free(p); }
+void operator delete(void *p, const std::nothrow_t &) noexcept { std::free(p); }
+void operator delete[](void *p, const std::nothrow_t &) noexcept { std::free(p); }
 #pragma GCC diagnostic pop
 
 namespace {
