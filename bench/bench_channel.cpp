@@ -133,6 +133,20 @@ void BM_BaselineRange(benchmark::State &state)
 }
 BENCHMARK(BM_BaselineRange)->Apply(chbenchSamples);
 
+// Through the host's entry point: the evaluation context, the error check.
+void BM_CollectionRandom(benchmark::State &state)
+{
+    chBenchScene &s = scene();
+    int thread = UT_Thread::getMySequentialThreadIndex();
+    std::size_t i = 0;
+    for (auto _ : state)
+    {
+        benchmark::DoNotOptimize(s.obj.evaluate(s.channel, s.times[i], false, thread));
+        i = (i + 1) & 4095;
+    }
+}
+BENCHMARK(BM_CollectionRandom)->Apply(chbenchSamples);
+
 } // namespace
 
 CHBENCH_RATIO("core_eval_random", BM_ChannelRandom, BM_BaselineRandom);

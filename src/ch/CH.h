@@ -5,6 +5,7 @@
 
 #include <ch/CH_Version.h>
 #include <ch/auxiliary/CH_ScriptAccessManager.h>
+#include <ch/expr/CH_EvalBoundary.h>
 #include <ch/expr/CH_ExprDefine.h>
 #include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_ExprLanguage.h>
@@ -24,7 +25,6 @@
 #include <ch/manager/CH_ChangeType.h>
 #include <ch/manager/CH_ChannelRef.h>
 #include <ch/manager/CH_ChannelRefHashTable.h>
-#include <ch/manager/CH_EvalContextScope.h>
 #include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Group.h>
 #include <ch/manager/CH_HashChRef.h>
@@ -46,6 +46,7 @@
 #include <ut/UT_PtrArray.h>
 #include <ut/UT_Quaternion.h>
 #include <ut/UT_RefArray.h>
+#include <ut/UT_ScopeExit.h>
 #include <ut/UT_SharedString.h>
 #include <ut/UT_String.h>
 #include <ut/UT_StringArray.h>

@@ -1,6 +1,7 @@
 #include "evRegistry.h"
 
 #include <ev/EV_Engine.h>
+#include <ut/UT_ScopeExit.h>
 #include <ut/UT_String.h>
 
 #include <cmath>
@@ -562,17 +563,19 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     const int pending = state.error;
     state.error = 0;
     ++state.depth;
-    int error;
+    int error = 0;
+    UT_ScopeExit restore([&state, &error, pending] {
+        --state.depth;
+        state.error = pending ? pending : error;
+    });
     try {
         error = run(*prog, state);
     } catch (...) {
         // Callbacks must not throw; if one does, it fails the evaluation
         // instead of unwinding through the host.
-        state.custom = "A function failed with an exception";
         error = EV_ERRCUSTOM;
+        state.custom = "A function failed with an exception";
     }
-    --state.depth;
-    state.error = pending ? pending : error;
     return error == 0;
 }
 

@@ -18,6 +18,7 @@ const std::vector<UT_ErrorManager::Entry> theChannelTable = {
     {11, UT_ERROR_ABORT, "Bad unit exponent in \"%s\""},
     {12, UT_ERROR_ABORT, "Unknown unit \"%s\""},
     {13, UT_ERROR_WARNING, "Unknown expression language \"%s\""},
+    {14, UT_ERROR_ABORT, "Thread number %s is out of range (1 to 4096, or 0 for the calling thread)"},
 };
 
 const std::vector<UT_ErrorManager::Entry> theCommonTable = {

@@ -12,6 +12,11 @@
 class UT_Thread
 {
 public:
+    /// The largest thread number the per-thread slots serve. Entry points
+    /// that take a thread number refuse larger ones (a host passing an OS
+    /// thread id, say) instead of growing every slot container to match.
+    static constexpr int theMaxThreadNumber = 4096;
+
     /// This thread's number (1-based). The first call on a thread assigns
     /// it; later calls are a single thread-local read.
     static int getMySequentialThreadIndex()

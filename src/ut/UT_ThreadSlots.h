@@ -17,6 +17,7 @@
 /// in size, allocated on first use and published with a compare-and-swap, so
 /// a thread can grow the store while others read their own slots. Reading
 /// takes no lock; a block, once published, stays until the container dies.
+/// The store ends at UT_Thread::theMaxThreadNumber (see refusedSlot).
 ///
 /// A slot belongs to its thread: nothing here synchronises two threads that
 /// use the same slot. Slots start value-initialised; the values a finished
@@ -95,8 +96,10 @@ private:
     };
 
     // Block b holds 16 << b slots and starts at overflow index 16 * (2^b - 1),
-    // so 27 blocks reach past two billion threads.
-    static constexpr int theBlockCount = 27;
+    // so 8 blocks reach thread number 4096, the largest served.
+    static constexpr int theBlockCount = 8;
+    static_assert((theInlineSlots << theBlockCount) == UT_Thread::theMaxThreadNumber,
+                  "the blocks must end at the largest thread number");
     static constexpr int blockSize(int b) { return theInlineSlots << b; }
     static constexpr int blockStart(int b) { return theInlineSlots * ((1 << b) - 1); }
 
@@ -109,6 +112,8 @@ private:
 
     T &overflowSlot(int overflow)
     {
+        if (__builtin_expect(overflow >= blockStart(theBlockCount), 0))
+            return refusedSlot();
         unsigned k = static_cast<unsigned>(overflow / theInlineSlots + 1);
         int b = 31 - __builtin_clz(k);
         Directory *dir = myOverflow.load(std::memory_order_acquire);
@@ -118,6 +123,16 @@ private:
         if (!block)
             block = publish(dir->blocks[b], new Slot[blockSize(b)]);
         return block[overflow - blockStart(b)].value;
+    }
+
+    // Numbers beyond the largest served get a scratch slot of the calling
+    // thread instead of a store of millions of slots: memory-safe, but what
+    // is written there is shared by every such number and container of this
+    // type on the thread. The entry points refuse those numbers first.
+    static T &refusedSlot()
+    {
+        static thread_local T theScratch{};
+        return theScratch;
     }
 
     // Installs 'fresh' unless another thread got there first, in which case

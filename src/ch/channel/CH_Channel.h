@@ -257,6 +257,7 @@ private:
     chEvalSlot &slot(int thread) const { return myEvalSlots.get(thread); }
     float evaluateOutside(float t, bool left, bool ignore_disabled, int thread);
     void evaluateStringOutside(UT_String &result, float t, bool left, int thread);
+    void evaluateStringAt(UT_String &result, float global_time, int thread);
     template <typename Work> auto withContext(CH_Segment *s, float t, int thread, Work work);
 
     CH_Collection *myCollection;

@@ -4,6 +4,7 @@
 #include <ch/channel/CH_Channel.h>
 
 #include <ch/auxiliary/CH_ScriptAccessManager.h>
+#include <ch/expr/CH_EvalBoundary.h>
 #include <ch/expr/CH_ExprFunctions.h>
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_Manager.h>
@@ -11,8 +12,10 @@
 #include <ev/EV_Expression.h>
 #include <ev/EV_Function.h>
 #include <ut/UT_Interrupt.h>
+#include <ut/UT_ScopeExit.h>
 #include <ut/UT_Thread.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 
@@ -182,8 +185,9 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 {
     if (thread <= 0)
         thread = UT_Thread::getMySequentialThreadIndex();
-    // Save, set and restore the three per-thread contexts: this channel's
-    // slot, the collection's evaluation channel, the manager's collection.
+    // Save and set the three per-thread contexts (this channel's slot, the
+    // collection's evaluation channel, the manager's collection) and call
+    // the host's hook; the guard undoes all of it however the work ends.
     CH_Collection::chEvalSlot *collection_slot = nullptr;
     CH_Collection::chEvalSlot saved_collection;
     if (myCollection)
@@ -196,23 +200,25 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
     CH_Collection *&manager_slot = myManager->evalCollectionRef(thread);
     CH_Collection *saved_manager = manager_slot;
     manager_slot = myCollection;
-    CH_ScriptAccessManager *access = myManager->getAccessManager(thread);
-    if (access)
-        access->pushChEvalContext();
-
     chEvalSlot &sl = myEvalSlots.at(thread);
     chEvalSlot saved = sl;
     sl.time = t;
     sl.segment = s;
-    auto result = work(thread);
-    sl = saved;
-
-    if (access)
-        access->popChEvalContext();
-    manager_slot = saved_manager;
-    if (collection_slot)
-        *collection_slot = saved_collection;
-    return result;
+    CH_ScriptAccessManager *access = nullptr; // popped only once pushed
+    UT_ScopeExit restore([&] {
+        if (access)
+            access->popChEvalContext();
+        sl = saved;
+        manager_slot = saved_manager;
+        if (collection_slot)
+            *collection_slot = saved_collection;
+    });
+    if (CH_ScriptAccessManager *hook = myManager->getAccessManager(thread))
+    {
+        hook->pushChEvalContext();
+        access = hook;
+    }
+    return work(thread);
 }
 
 float CH_Channel::evaluateSegment(CH_Segment *s, float t, bool extend, int thread)
@@ -302,9 +308,24 @@ float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int 
     return evaluateSegment(s, t, false, thread);
 }
 
+// The public evaluations end an exception as an evaluation error (0, or
+// the empty string) and refuse thread numbers beyond the slots.
 float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
 {
-    return evaluateWithHint(global_time, ignore_disabled, thread, nullptr);
+    if (__builtin_expect(thread > UT_Thread::theMaxThreadNumber, 0))
+    {
+        CH_EvalBoundary::acceptThread(thread); // posts the error
+        return 0.0f;
+    }
+    try
+    {
+        return evaluateWithHint(global_time, ignore_disabled, thread, nullptr);
+    }
+    catch (...)
+    {
+        CH_EvalBoundary::exceptionCaught(thread);
+        return 0.0f;
+    }
 }
 
 int CH_Channel::findSegmentIdx(float t, float tol, int *hint) const
@@ -335,7 +356,8 @@ float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int 
         if (d && d->wasModified() && !isAllDisabled())
         {
             // A disabled range holds the channel's value at its start.
-            float v = evaluate(d->getStart() + myStart, true, thread);
+            // (Internal call: a failure must not freeze a value.)
+            float v = evaluateWithHint(d->getStart() + myStart, true, thread, nullptr);
             d->setInValue(v, true);
             d->setOutValue(v, true);
             d->setModified(0); // until the channel changes again
@@ -366,20 +388,32 @@ void CH_Channel::evaluate(float from, float to, float *out, int count, bool igno
 {
     if (!out || count <= 0)
         return;
-    float step = to - from;
-    if (count > 1)
-        step /= static_cast<float>(count - 1);
-    UT_Interrupt *interrupt = UTgetInterrupt();
-    bool go = interrupt->opStart("Channel array evaluation");
-    bool was_enabled = isCacheEnabled();
-    if (use_cache)
-        setCacheEnable(true);
-    CH_Manager *mgr = getManager();
-    if (go)
+    int i = 0; // samples done; the rest are 0
+    if (thread > UT_Thread::theMaxThreadNumber)
     {
+        CH_EvalBoundary::acceptThread(thread); // posts the error
+        std::fill(out, out + count, 0.0f);
+        return;
+    }
+    try
+    {
+        float step = to - from;
+        if (count > 1)
+            step /= static_cast<float>(count - 1);
+        UT_Interrupt *interrupt = UTgetInterrupt();
+        bool go = interrupt->opStart("Channel array evaluation");
+        UT_ScopeExit end_operation([interrupt] { interrupt->opEnd(); });
+        bool was_enabled = isCacheEnabled();
+        if (use_cache)
+            setCacheEnable(true);
+        UT_ScopeExit restore_cache([this, use_cache, was_enabled] {
+            if (use_cache)
+                setCacheEnable(was_enabled);
+        });
+        CH_Manager *mgr = getManager();
         std::uint8_t counter = 0;
         int hint = -1; // consecutive samples mostly fall in one segment
-        for (int i = 0; i < count; ++i)
+        for (; go && i < count; ++i)
         {
             float t = static_cast<float>(i) * step + from;
             if (mgr)
@@ -387,18 +421,16 @@ void CH_Channel::evaluate(float from, float to, float *out, int count, bool igno
             out[i] = evaluateWithHint(t, ignore_disabled, thread, &hint);
             if (counter++ == 0 && interrupt->opInterrupt(static_cast<int>(100LL * i / count)))
             {
-                for (int j = i + 1; j < count; ++j)
-                    out[j] = 0.0f;
+                ++i;
                 break;
             }
         }
     }
-    else
-        for (int i = 0; i < count; ++i)
-            out[i] = 0.0f;
-    interrupt->opEnd();
-    if (use_cache)
-        setCacheEnable(was_enabled);
+    catch (...)
+    {
+        CH_EvalBoundary::exceptionCaught(thread);
+    }
+    std::fill(out + i, out + count, 0.0f);
 }
 
 // ---- String evaluation -------------------------------------------------------------
@@ -436,6 +468,25 @@ void CH_Channel::evaluateStringOutside(UT_String &result, float t, bool left, in
 }
 
 void CH_Channel::evaluateString(UT_String &result, float global_time, int thread)
+{
+    if (thread > UT_Thread::theMaxThreadNumber)
+    {
+        CH_EvalBoundary::acceptThread(thread);
+        result.clear();
+        return;
+    }
+    try
+    {
+        evaluateStringAt(result, global_time, thread);
+    }
+    catch (...)
+    {
+        CH_EvalBoundary::exceptionCaught(thread);
+        result.clear();
+    }
+}
+
+void CH_Channel::evaluateStringAt(UT_String &result, float global_time, int thread)
 {
     float t = global_time - myStart;
     float tol = getTolerance();

@@ -4,6 +4,7 @@
 #include <ch/channel/CH_Bezier.h>
 #include <ch/channel/CH_SegmentValues.h>
 #include <ch/manager/CH_Manager.h>
+#include <ut/UT_ScopeExit.h>
 
 #include <cmath>
 #include <cstring>
@@ -113,8 +114,12 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
     // channel's local time: the calling segment's functions read the local
     // time again (the second call in "matchin() + matchout()" would see the
     // neighbour's key time otherwise).
-    double saved_time = myManager->getEvaluateTime(thread);
-    float saved_local = getLocalTime(thread);
+    const double saved_time = myManager->getEvaluateTime(thread);
+    const float saved_local = getLocalTime(thread);
+    UT_ScopeExit restore([this, thread, saved_time, saved_local] {
+        slot(thread).time = saved_local;
+        myManager->setEvaluateTime(static_cast<float>(saved_time), thread);
+    });
     auto sample = [&](float at) {
         setEvalTime(at, thread);
         return evaluateSegment(s, at, false, thread);
@@ -134,6 +139,4 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
                 slope = (sample(t + h) - value) / h;
         }
     }
-    slot(thread).time = saved_local;
-    myManager->setEvaluateTime(static_cast<float>(saved_time), thread);
 }

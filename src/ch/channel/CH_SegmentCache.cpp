@@ -7,12 +7,20 @@
 #include <ch/channel/CH_Channel.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/manager/CH_Manager.h>
+#include <ut/UT_ScopeExit.h>
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
 
 namespace {
+
+// A segment spanning more samples than this is not cached: its values are
+// evaluated directly. With the reach allowed around the segment below the
+// cache then holds at most about 3 * 2^20 floats (12 MB), and every sample
+// number stays far inside the int range.
+constexpr double theMaxCacheSpan = 1 << 20;
+constexpr double theMaxCacheSample = 1 << 30;
 
 // floor(x), saturated to the int range (NaN gives INT_MIN).
 int saturatedFloor(double x)
@@ -32,10 +40,12 @@ float CH_Segment::evaluateFromCache(float t, int thread)
     float global = t + myChannel->getStart();
     float s = global * rate + 1.0f; // sample numbers in single precision
     // Samples far outside the segment would grow the cache without bound
-    // (and non-finite times have no sample): evaluate those directly.
+    // (and non-finite times have no sample): evaluate those directly, as
+    // every sample of a segment too long to cache.
     double span = (static_cast<double>(myLength) + 2.0) * rate + 2.0;
     double first = (static_cast<double>(myChannel->getStart()) + myStart) * rate + 1.0;
-    if (!std::isfinite(s) || s < first - span || s > first + 2.0 * span)
+    if (!std::isfinite(s) || s < first - span || s > first + 2.0 * span || !(span <= theMaxCacheSpan) ||
+        !(std::fabs(first) <= theMaxCacheSample))
         return myExpression ? myExpression->evaluate(thread) : 0.0f;
 
     updateCacheToIncludeSample(saturatedFloor(s), thread);
@@ -88,6 +98,7 @@ void CH_Segment::updateCacheToIncludeSample(int s, int thread)
 void CH_Segment::fillCache(int first, int last, int thread)
 {
     isCooking(1);
+    UT_ScopeExit cooked([this] { isCooking(0); });
     float rate = getManager()->getSamplesPerSec();
     float chstart = myChannel->getStart();
     float tol = getTolerance();
@@ -101,7 +112,6 @@ void CH_Segment::fillCache(int first, int last, int thread)
         myChannel->setEvalTime(time, thread);
         myCache[static_cast<std::size_t>(i)] = evaluate(time, false, thread);
     }
-    isCooking(0);
 }
 
 void CH_Segment::clearCache()
@@ -130,6 +140,7 @@ void CH_Segment::recook(float *out, int count, int thread)
     if (out)
     {
         isCooking(1);
+        UT_ScopeExit cooked([this] { isCooking(0); });
         float step = count >= 2 ? myLength / static_cast<float>(count - 1) : 0.0f;
         for (int k = 0; k < count; ++k)
         {
@@ -137,7 +148,6 @@ void CH_Segment::recook(float *out, int count, int thread)
             myChannel->setEvalTime(t, thread);
             out[k] = evaluate(t, false, thread);
         }
-        isCooking(0);
     }
     myFlags.set(CH_SegmentFlags::MODIFIED, false);
 }

@@ -1,6 +1,7 @@
 #include "CH_Expression.h"
 
 #include <ev/EV_Engine.h>
+#include <ut/UT_ScopeExit.h>
 #include <ut/UT_ThreadSlots.h>
 
 #include <mutex>
@@ -35,23 +36,15 @@ UT_ThreadSlots<int> &chExprFlags()
     return flags;
 }
 
-// Saves a thread's flags and zeroes them for one evaluation; hands back what
-// the evaluation gathered and restores the saved flags, so an enclosing
-// evaluation does not inherit them.
-class chFlagScope
+// Saves a thread's flags and zeroes them for one evaluation; the guard
+// restores the saved flags, so an enclosing evaluation does not inherit
+// what this one gathered (read from the slot before the guard ends).
+[[nodiscard]] auto chScopeFlags(int &slot)
 {
-public:
-    explicit chFlagScope(int thread) : mySlot(chExprFlags().get(thread)), mySaved(mySlot) { mySlot = 0; }
-    ~chFlagScope() { mySlot = mySaved; }
-    chFlagScope(const chFlagScope &) = delete;
-    chFlagScope &operator=(const chFlagScope &) = delete;
-
-    unsigned gathered() const { return static_cast<unsigned>(mySlot); }
-
-private:
-    int &mySlot;
-    int mySaved;
-};
+    const int saved = slot;
+    slot = 0;
+    return UT_ScopeExit([&slot, saved] { slot = saved; });
+}
 } // namespace
 
 /// Stands in for compiled Python code until there is an interpreter bridge:
@@ -248,30 +241,32 @@ const char *CH_Expression::getExpression() const
 
 float CH_Expression::evaluate(int thread) const
 {
-    chFlagScope scope(thread);
+    int &gathered = chExprFlags().get(thread); // slots never move
+    auto scope = chScopeFlags(gathered);
     float result = 0.0f;
     if (myLanguage != CH_PYTHON) {
         ev_EvaluateFloat(myExpr.get(), &result, thread);
-        myExpr->orFlags(scope.gathered());
+        myExpr->orFlags(static_cast<unsigned>(gathered));
     } else {
         myExpr->setFlags(myExpr->getFlags() & CH_EXPR_PYTHON_KEEP);
         ev_SetCustomErrorMessage(thePythonUnavailable, thread);
-        myExpr->orFlags(CH_EXPR_EVALUATED | scope.gathered());
+        myExpr->orFlags(CH_EXPR_EVALUATED | static_cast<unsigned>(gathered));
     }
     return result;
 }
 
 void CH_Expression::evaluateString(UT_String &result, int thread) const
 {
-    chFlagScope scope(thread);
+    int &gathered = chExprFlags().get(thread);
+    auto scope = chScopeFlags(gathered);
     if (myLanguage != CH_PYTHON) {
         ev_EvaluateString(myExpr.get(), result, thread);
-        myExpr->orFlags(scope.gathered());
+        myExpr->orFlags(static_cast<unsigned>(gathered));
     } else {
         myExpr->setFlags(myExpr->getFlags() & CH_EXPR_PYTHON_KEEP);
         result.clear();
         ev_SetCustomErrorMessage(thePythonUnavailable, thread);
-        myExpr->orFlags(CH_EXPR_EVALUATED | scope.gathered());
+        myExpr->orFlags(CH_EXPR_EVALUATED | static_cast<unsigned>(gathered));
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include <ch/channel/CH_Channel.h>
 #include <ch/channel/CH_Segment.h>
-#include <ch/manager/CH_EvalContextScope.h>
+#include <ch/expr/CH_EvalBoundary.h>
 #include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Manager.h>
 
@@ -11,6 +11,7 @@
 #include <ut/UT_ErrorManager.h>
 #include <ut/UT_Thread.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -249,16 +250,20 @@ void CH_Collection::checkEvaluationError(const CH_Channel *channel, int thread)
 }
 
 
+// The entry points of evaluation: an error left on the thread by an
+// earlier evaluation is set aside (so only this one's errors are reported),
+// and an exception ends as an evaluation error instead of reaching the host.
 float CH_Collection::evaluate(CH_Channel *channel, float time, bool ignore_disabled, int thread)
 {
-    if (!channel)
+    if (!channel || !(thread = CH_EvalBoundary::acceptThread(thread)))
         return 0.0f;
-    if (thread <= 0)
-        thread = UT_Thread::getMySequentialThreadIndex();
-    float v;
-    {
-        CH_EvalContextScope scope(myManager, time, this, thread);
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    float v = 0.0f;
+    try {
+        auto context = CH_Manager::scopeEvalContext(myManager, time, this, thread);
         v = channel->evaluate(time, ignore_disabled, thread);
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
     }
     checkEvaluationError(channel, thread);
     return v;
@@ -267,29 +272,38 @@ float CH_Collection::evaluate(CH_Channel *channel, float time, bool ignore_disab
 void CH_Collection::evaluate(CH_Channel *channel, float from, float to, float *out, int count,
                              bool ignore_disabled, bool use_cache, int thread)
 {
-    if (!channel)
+    if (!channel || !out || count <= 0)
         return;
-    if (thread <= 0)
-        thread = UT_Thread::getMySequentialThreadIndex();
+    if (!(thread = CH_EvalBoundary::acceptThread(thread)))
     {
-        CH_EvalContextScope scope(myManager, from, this, thread);
+        std::fill(out, out + count, 0.0f);
+        return;
+    }
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    try {
+        auto context = CH_Manager::scopeEvalContext(myManager, from, this, thread);
         channel->evaluate(from, to, out, count, ignore_disabled, use_cache, thread);
+    } catch (...) {
+        // The channel's range evaluation handles its own; only the
+        // context above can get here, before any sample was written.
+        std::fill(out, out + count, 0.0f);
+        CH_EvalBoundary::exceptionCaught(thread);
     }
     checkEvaluationError(channel, thread);
 }
 
 void CH_Collection::evaluateString(UT_String &result, CH_Channel *channel, float time, int thread)
 {
-    if (!channel)
-    {
-        result = "";
+    result = "";
+    if (!channel || !(thread = CH_EvalBoundary::acceptThread(thread)))
         return;
-    }
-    if (thread <= 0)
-        thread = UT_Thread::getMySequentialThreadIndex();
-    {
-        CH_EvalContextScope scope(myManager, time, this, thread);
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    try {
+        auto context = CH_Manager::scopeEvalContext(myManager, time, this, thread);
         channel->evaluateString(result, time, thread);
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        result.clear();
     }
     checkEvaluationError(channel, thread);
 }

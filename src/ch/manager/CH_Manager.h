@@ -10,6 +10,7 @@
 #include <ut/UT_IntArray.h>
 #include <ut/UT_PtrArray.h>
 #include <ut/UT_RefArray.h>
+#include <ut/UT_ScopeExit.h>
 #include <ut/UT_String.h>
 #include <ut/UT_StringArray.h>
 #include <ut/UT_SymbolTable.h>
@@ -174,6 +175,29 @@ public:
     double getEvaluateTime() const { return getEvaluateTime(0); }
     /// The nesting depth of back-quoted expression evaluation.
     int &exprDepth(int thread);
+    /// Sets the thread's evaluation time in a manager (none: nothing to
+    /// do), and its collection when one is given; the guard returned puts
+    /// both back when it goes out of scope (the time through a float, as the
+    /// time is set everywhere else).
+    [[nodiscard]] static auto scopeEvalContext(CH_Manager *manager, float time,
+                                               CH_Collection *collection, int thread)
+    {
+        chEvalSlot *slot = manager ? &manager->myEvalSlots.get(thread) : nullptr;
+        const float saved_time = slot ? static_cast<float>(slot->time) : 0.0f;
+        CH_Collection *const saved_collection = slot ? slot->collection : nullptr;
+        if (slot)
+        {
+            slot->time = time;
+            if (collection)
+                slot->collection = collection;
+        }
+        return UT_ScopeExit([slot, saved_time, saved_collection] {
+            if (!slot)
+                return;
+            slot->collection = saved_collection;
+            slot->time = saved_time;
+        });
+    }
 
     // ---- Interpolation functions -------------------------------------------
     // What segment expressions call ("linear()", "bezier()", ...). Each reads

@@ -215,22 +215,14 @@ float leftLimitAt(chGlue &g, float x, int thread)
 // Evaluating other times moves the channel's local time and the thread's
 // time (the behaviours outside the keys set them for good); the calling
 // segment may read both again after the call returns.
-struct chTimeRestore
+[[nodiscard]] auto restoreTimes(chGlue &g, CH_Manager &mgr, int thread)
 {
-    chGlue &g;
-    CH_Manager &mgr;
-    int thread;
-    double time;
-    chTimeRestore(chGlue &glue, CH_Manager &m, int th)
-        : g(glue), mgr(m), thread(th), time(m.getEvaluateTime(th))
-    {
-    }
-    ~chTimeRestore()
-    {
+    const double time = mgr.getEvaluateTime(thread);
+    return UT_ScopeExit([&g, &mgr, thread, time] {
         g.channel->setEvalTime(g.t, thread);
         mgr.setEvaluateTime(static_cast<float>(time), thread);
-    }
-};
+    });
+}
 
 struct chRange
 {
@@ -256,7 +248,7 @@ float repeatCommon(CH_Manager &mgr, float first, float last, bool frames, int th
         return 0.0f;
     int cycles;
     float m = mapIntoRange(g.t - g.start, r.ts, r.te, cycles);
-    chTimeRestore restore(g, mgr, thread);
+    auto restore = restoreTimes(g, mgr, thread);
     return valueAt(g, m, thread);
 }
 
@@ -273,7 +265,7 @@ float cycleCommon(CH_Manager &mgr, float first, float last, bool frames, int thr
         return 0.0f;
     int cycles;
     float m = mapIntoRange(g.t - g.start, r.ts, r.te, cycles);
-    chTimeRestore restore(g, mgr, thread);
+    auto restore = restoreTimes(g, mgr, thread);
     float v_start = valueAt(g, r.ts, thread);
     float v_end = leftLimitAt(g, r.te, thread);
     float v_m = valueAt(g, m, thread);

@@ -2,15 +2,17 @@
 // expansion and one-shot evaluation of texts.
 #include "CH_Manager.h"
 
+#include <ch/expr/CH_EvalBoundary.h>
 #include <ch/expr/CH_ExprDefine.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/io/CH_Collection.h>
-#include <ch/manager/CH_EvalContextScope.h>
 
 #include <ev/EV_Engine.h>
 #include <ut/UT_ExprVariableScan.h>
+#include <ut/UT_ScopeExit.h>
 #include <ut/UT_WorkBuffer.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -90,14 +92,16 @@ bool chLookupExpression(CH_Manager *manager, const char *text, UT_String &value,
     CH_Expression expr(text, CH_ORVISH);
     int &depth = manager->exprDepth(thread);
     ++depth;
+    UT_ScopeExit restore([&depth] { --depth; }); // slots never move
     bool evaluated = false;
+    // An error pending here was raised by this expansion (its entry set
+    // older ones aside): once the nesting limit is hit, evaluate no more.
     if (depth >= theMaxExpansionDepth) {
         ev_SetErrNo(EV_ERRRECURSION, thread);
     } else if (!ev_GetErrNo(thread)) {
         expr.evaluateString(value, thread);
         evaluated = true;
     }
-    --manager->exprDepth(thread);
     if (expr.getExpressionFlag() & EV_FLAG_TIMEDEP)
         timeDependent = true;
     return evaluated;
@@ -167,7 +171,16 @@ int CH_Manager::getIntegerVariableValue(int id, int thread) const
     if (id != 0)
         return 0;
     const float t = static_cast<float>(getEvaluateTime(thread));
-    return static_cast<int>(std::floor(niceNumber(t * myFPS + 1.0f, 3) + 0.5f));
+    const double frame = std::floor(niceNumber(t * myFPS + 1.0f, 3) + 0.5f);
+    // Frames beyond the int range saturate, as number conversions do; a
+    // NaN time has no frame: 0.
+    if (std::isnan(frame))
+        return 0;
+    if (frame >= static_cast<double>(INT_MAX))
+        return INT_MAX;
+    if (frame <= static_cast<double>(INT_MIN))
+        return INT_MIN;
+    return static_cast<int>(frame);
 }
 
 void CH_Manager::getVariableValue(int id, UT_String &value, int thread) const
@@ -210,13 +223,28 @@ bool CH_Manager::getVariableString(const char *name, UT_String &value, int &time
 bool CH_Manager::lookupVariable(const char *name, UT_String &value, int thread)
 {
     bool timeDependent = false;
-    return name && chLookupVariable(getContext(), name, value, thread, timeDependent);
+    if (!name || !(thread = CH_EvalBoundary::acceptThread(thread)))
+        return false;
+    try {
+        return chLookupVariable(getContext(), name, value, thread, timeDependent);
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        return false;
+    }
 }
 
 bool CH_Manager::lookupExpression(const char *text, UT_String &value, int thread)
 {
     bool timeDependent = false;
-    return text && chLookupExpression(getContext(), text, value, thread, timeDependent);
+    if (!text || !(thread = CH_EvalBoundary::acceptThread(thread)))
+        return false;
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    try {
+        return chLookupExpression(getContext(), text, value, thread, timeDependent);
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        return false;
+    }
 }
 
 bool CH_Manager::lookupVariableNoThread(const char *name, UT_String &value)
@@ -232,46 +260,77 @@ bool CH_Manager::lookupExpressionNoThread(const char *text, UT_String &value)
 int CH_Manager::expandString(const char *text, UT_String &out, float time, CH_Collection *collection,
                              int thread, int flags)
 {
+    if (!(thread = CH_EvalBoundary::acceptThread(thread))) {
+        out = text;
+        return 0;
+    }
     setContext();
-    chEvalSlot &slot = myEvalSlots.get(thread);
+    chEvalSlot &slot = myEvalSlots.get(thread); // slots never move
     const double savedTime = slot.time;
     CH_Collection *const savedCollection = slot.collection;
     slot.time = time;
     if (collection)
         slot.collection = collection;
+    UT_ScopeExit restore([&slot, savedTime, savedCollection] {
+        slot.time = savedTime;
+        slot.collection = savedCollection;
+    });
+    auto stale = CH_EvalBoundary::setAsideError(thread);
 
     chScan scan{this, thread, false};
-    UT_WorkBuffer result;
-    const bool changed = UTExprVariableScan(text, (flags & 2) ? chScanCallback<chLookupVariable> : nullptr,
-                                            (flags & 1) ? chScanCallback<chLookupExpression> : nullptr,
-                                            &scan, result);
-    out = changed ? result.toStdString() : std::string(text ? text : "");
-
-    slot.time = savedTime; // slots never move, so the reference still holds
-    slot.collection = savedCollection;
+    try {
+        UT_WorkBuffer result;
+        const bool changed = UTExprVariableScan(text, (flags & 2) ? chScanCallback<chLookupVariable> : nullptr,
+                                                (flags & 1) ? chScanCallback<chLookupExpression> : nullptr,
+                                                &scan, result);
+        out = changed ? result.toStdString() : std::string(text ? text : "");
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        out.clear(); // assigning the text could fail the same way
+    }
     return scan.timeDependent ? static_cast<int>(EV_FLAG_TIMEDEP) : 0;
 }
 
 float CH_Manager::evaluate(const char *text, float time, CH_Collection *collection, int *timeDependent,
                            int thread, CH_ExprLanguage language)
 {
-    CH_Expression expr(text, language);
-    setContext();
-    CH_EvalContextScope scope(this, time, collection, thread);
-    const float value = expr.evaluate(thread);
     if (timeDependent)
-        *timeDependent = (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
-    return value;
+        *timeDependent = 0;
+    if (!(thread = CH_EvalBoundary::acceptThread(thread)))
+        return 0.0f;
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    try {
+        CH_Expression expr(text, language);
+        setContext();
+        auto context = scopeEvalContext(this, time, collection, thread);
+        const float value = expr.evaluate(thread);
+        if (timeDependent)
+            *timeDependent = (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
+        return value;
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        return 0.0f;
+    }
 }
 
 int CH_Manager::evaluateString(const char *text, UT_String &out, float time, CH_Collection *collection,
                                int thread, CH_ExprLanguage language)
 {
-    CH_Expression expr(text, language);
-    setContext();
-    CH_EvalContextScope scope(this, time, collection, thread);
-    expr.evaluateString(out, thread);
-    return (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
+    out.clear();
+    if (!(thread = CH_EvalBoundary::acceptThread(thread)))
+        return 0;
+    auto stale = CH_EvalBoundary::setAsideError(thread);
+    try {
+        CH_Expression expr(text, language);
+        setContext();
+        auto context = scopeEvalContext(this, time, collection, thread);
+        expr.evaluateString(out, thread);
+        return (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
+    } catch (...) {
+        CH_EvalBoundary::exceptionCaught(thread);
+        out.clear();
+        return 0;
+    }
 }
 
 void CH_Manager::buildStringOpDependencies(const char *, void *, CH_Collection *, int)
