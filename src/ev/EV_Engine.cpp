@@ -6,6 +6,7 @@
 
 #include <ut/UT_String.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -239,6 +240,51 @@ void ev_InitUserFunc()
 
 // ---- Conversions -----------------------------------------------------------
 
+namespace {
+
+// from_chars reports a number out of range without saying in which
+// direction (and leaves the value alone): a number that is at least 1 must
+// have overflowed, one below 1 underflowed. 'digits' is the mantissa
+// (digits, point, digits), 'end' the end of the exponent if any.
+bool evOverflows(const char *digits, const char *end)
+{
+    long long lead = 0; // decimal exponent of the first non-zero digit
+    bool found = false, point = false;
+    long long whole = 0, frac = 0;
+    const char *p = digits;
+    for (; p < end && *p != 'e' && *p != 'E'; ++p) {
+        if (*p == '.') {
+            point = true;
+            continue;
+        }
+        if (point)
+            ++frac;
+        else
+            ++whole;
+        if (!found && *p != '0') {
+            found = true;
+            lead = point ? -frac : whole; // fixed up below for integer digits
+        }
+    }
+    if (!found)
+        return false; // all zeros never get here
+    if (lead > 0)
+        lead = whole - lead; // the leading digit's place counted from the point
+    long long exponent = 0;
+    bool negative = false;
+    if (p < end) {
+        ++p;
+        if (*p == '+' || *p == '-')
+            negative = *p++ == '-';
+        for (; p < end; ++p)
+            exponent = std::min(exponent * 10 + (*p - '0'), 1000000000LL); // saturates
+    }
+    return lead + (negative ? -exponent : exponent) >= 0;
+}
+
+} // namespace
+
+
 const char *ev_ScanDecimal(const char *text, double &value)
 {
     value = 0.0;
@@ -278,8 +324,10 @@ const char *ev_ScanDecimal(const char *text, double &value)
     }
     const char *from = *start == '+' ? start + 1 : start; // from_chars takes no '+'
     std::from_chars_result r = std::from_chars(from, p, value);
-    if (r.ec == std::errc::result_out_of_range)
-        value = (*start == '-' ? -1.0 : 1.0) * std::numeric_limits<double>::infinity();
+    if (r.ec == std::errc::result_out_of_range) {
+        const double sign = *start == '-' ? -1.0 : 1.0;
+        value = evOverflows(digits, p) ? sign * std::numeric_limits<double>::infinity() : sign * 0.0;
+    }
     return p;
 }
 
