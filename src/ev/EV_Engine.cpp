@@ -32,6 +32,16 @@ int EV_EXPRESSION::getCompileError() const
     return myProgram ? myProgram->compileError : 0;
 }
 
+int EV_EXPRESSION::getCompileErrorOffset() const
+{
+    return myProgram ? myProgram->errorOffset : -1;
+}
+
+const char *EV_EXPRESSION::getCompileErrorToken() const
+{
+    return myProgram ? myProgram->errorToken.c_str() : "";
+}
+
 EV_FUNCTION::EV_FUNCTION(unsigned flags, const char *name, int nargs, int result_type,
                          const int *arg_types, EV_EVALUATE_FUNC evaluate, EV_DEPEND_FUNC depend,
                          EV_CHANGEREF_FUNC changeref, int deterministic, bool needs_lock)
@@ -107,14 +117,18 @@ int ev_GetErrNo(int thread)
 
 void ev_SetErrNo(int err, int thread)
 {
-    evGetThreadState(thread).error = err;
+    evThreadState &state = evGetThreadState(thread);
+    state.error = err;
+    state.clearPosition();
 }
 
 void ev_RaiseError(int err, int thread)
 {
     evThreadState &state = evGetThreadState(thread);
-    if (!state.error)
+    if (!state.error) {
         state.error = err;
+        state.clearPosition();
+    }
 }
 
 void ev_SetCustomErrorMessage(const char *text, int thread)
@@ -122,6 +136,19 @@ void ev_SetCustomErrorMessage(const char *text, int thread)
     evThreadState &state = evGetThreadState(thread);
     state.custom = text ? text : "";
     state.error = EV_ERRCUSTOM;
+    state.clearPosition();
+}
+
+int ev_GetErrorOffset(int thread)
+{
+    const evThreadState &state = evGetThreadState(thread);
+    return state.error ? state.errorOffset : -1;
+}
+
+const char *ev_GetErrorToken(int thread)
+{
+    const evThreadState &state = evGetThreadState(thread);
+    return state.error ? state.errorToken.c_str() : "";
 }
 
 const char *ev_GetErrorTextForThread(int err, int thread)

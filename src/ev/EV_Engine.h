@@ -66,6 +66,13 @@ void ev_SetErrNo(int err, int thread);
 void ev_RaiseError(int err, int thread);
 /// Sets error EV_ERRCUSTOM with its text, for the thread.
 void ev_SetCustomErrorMessage(const char *text, int thread);
+/// For the error being reported on the thread, when it is the compile error
+/// of a text (evaluated on this thread or any other, or nested in an
+/// evaluation): the byte offset in that text of the token where it was
+/// found, and the token as written ("" at the end of the text). -1 and ""
+/// for any other error and when there is none.
+int ev_GetErrorOffset(int thread = 0);
+const char *ev_GetErrorToken(int thread = 0);
 /// The text of an error number; EV_ERRCUSTOM gives the calling thread's
 /// custom text (ev_GetErrorTextForThread for another thread).
 const char *ev_GetErrorText(int err);

@@ -20,8 +20,22 @@ namespace {
 
 bool evReport(evThreadState &state, int error)
 {
-    if (!state.error)
+    if (!state.error) {
         state.error = error;
+        state.clearPosition();
+    }
+    return false;
+}
+
+// A text that did not compile reports its error, with where it was found,
+// on whichever thread evaluates it.
+bool evReportCompileError(evThreadState &state, const evProgram &prog)
+{
+    if (!state.error) {
+        state.error = prog.compileError;
+        state.errorOffset = prog.errorOffset;
+        state.errorToken = prog.errorToken;
+    }
     return false;
 }
 
@@ -638,13 +652,19 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         return true; // no text: 0 or the empty string, without error
     evThreadState &state = evGetThreadState(thread);
     if (__builtin_expect(prog->compileError != 0, 0))
-        return evReport(state, prog->compileError);
+        return evReportCompileError(state, *prog);
     if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH, 0))
         return evReport(state, EV_ERRRECURSION);
     // An error left pending by an earlier evaluation is set aside, so that
     // errors raised during this one are seen; the first error stays the one
     // reported.
     const int pending = state.error;
+    int pendingOffset = -1;
+    std::string pendingToken;
+    if (__builtin_expect(pending != 0, 0)) {
+        pendingOffset = state.errorOffset;
+        pendingToken.swap(state.errorToken);
+    }
     state.error = 0;
     ++state.depth;
     int error;
@@ -657,7 +677,17 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         error = EV_ERRCUSTOM;
     }
     --state.depth;
-    state.error = pending ? pending : error;
+    if (pending) {
+        state.error = pending;
+        state.errorOffset = pendingOffset;
+        state.errorToken.swap(pendingToken);
+    } else {
+        // An error that reached the thread during the run (a nested text
+        // that did not compile) keeps its position; one of the run's own has none.
+        if (state.error != error)
+            state.clearPosition();
+        state.error = error;
+    }
     return error == 0;
 }
 

@@ -15,6 +15,7 @@ evTok evLexer::next()
     while (*myPos == ' ' || *myPos == '\t' || *myPos == '\n' || *myPos == '\r')
         ++myPos;
     myValue.clear();
+    myStart = myPos;
     const char c = *myPos;
     if (!c)
         return myKind = evTok::END;
@@ -60,6 +61,7 @@ evTok evLexer::next()
     case '&': return myKind = two('&', evTok::AND, evTok::ERROR);
     default: break;
     }
+    ++myPos; // the stray character is the token
     return myKind = evTok::ERROR;
 }
 
@@ -70,8 +72,11 @@ evTok evLexer::lexNumber()
     myPos = ev_ScanDecimal(myPos, myNumber);
 
     // A number glued to a name ("2x", "1e") is not a number.
-    if (evIsNameStart(*myPos))
+    if (evIsNameStart(*myPos)) {
+        while (evIsNameChar(*myPos))
+            ++myPos;
         return evTok::ERROR;
+    }
     return evTok::NUMBER;
 }
 

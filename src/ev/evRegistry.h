@@ -74,6 +74,17 @@ struct evThreadState
     int error = 0;
     int depth = 0;
     std::string custom;
+    /// For an error a text got when compiled: where in the text, and the
+    /// token there; -1 and "" for any other error. Set and cleared with
+    /// the error it belongs to.
+    int errorOffset = -1;
+    std::string errorToken;
+
+    void clearPosition()
+    {
+        errorOffset = -1;
+        errorToken.clear();
+    }
 };
 
 inline evThreadState &evGetThreadState(int thread)
