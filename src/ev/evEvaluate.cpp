@@ -27,6 +27,21 @@ bool evReport(evThreadState &state, int error)
     return false;
 }
 
+// The position of a pending error, kept while a nested evaluation runs (off
+// the common path: most evaluations start with no error pending).
+__attribute__((noinline)) void evSetPositionAside(evThreadState &state)
+{
+    state.asidePositions.emplace_back(state.errorOffset, std::move(state.errorToken));
+    state.clearPosition();
+}
+
+__attribute__((noinline)) void evTakePositionBack(evThreadState &state)
+{
+    state.errorOffset = state.asidePositions.back().first;
+    state.errorToken = std::move(state.asidePositions.back().second);
+    state.asidePositions.pop_back();
+}
+
 // A text that did not compile reports its error, with where it was found,
 // on whichever thread evaluates it.
 bool evReportCompileError(evThreadState &state, const evProgram &prog)
@@ -659,12 +674,8 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     // errors raised during this one are seen; the first error stays the one
     // reported.
     const int pending = state.error;
-    int pendingOffset = -1;
-    std::string pendingToken;
-    if (__builtin_expect(pending != 0, 0)) {
-        pendingOffset = state.errorOffset;
-        pendingToken.swap(state.errorToken);
-    }
+    if (__builtin_expect(pending != 0, 0))
+        evSetPositionAside(state);
     state.error = 0;
     ++state.depth;
     int error;
@@ -679,8 +690,7 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     --state.depth;
     if (pending) {
         state.error = pending;
-        state.errorOffset = pendingOffset;
-        state.errorToken.swap(pendingToken);
+        evTakePositionBack(state);
     } else {
         // An error that reached the thread during the run (a nested text
         // that did not compile) keeps its position; one of the run's own has none.

@@ -11,6 +11,8 @@
 #include <shared_mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 /// The engine's process-wide tables: function slots by name, the added
 /// types, the expander, the host variable callback and the settings.
@@ -79,6 +81,8 @@ struct evThreadState
     /// the error it belongs to.
     int errorOffset = -1;
     std::string errorToken;
+    /// Positions of errors pending around nested evaluations.
+    std::vector<std::pair<int, std::string>> asidePositions;
 
     void clearPosition()
     {
