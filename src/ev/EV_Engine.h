@@ -141,7 +141,8 @@ void ev_InitUserFunc();
 // ---- Conversions (shared by the engine and its library) --------------------
 
 /// The longest leading decimal number of a text (as strtod, decimal only:
-/// no hex, inf or nan), else 0.
+/// no hex, inf or nan; a number out of range gives 0 when too small and
+/// infinity when too large, with its sign), else 0.
 double ev_StringToFloat(const char *text);
 /// The same scan, returning where the number ends (the text itself when
 /// there is none). Independent of the C locale, as is ev_FloatToString.
