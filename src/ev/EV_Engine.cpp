@@ -6,6 +6,7 @@
 
 #include <ut/UT_String.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -29,6 +30,16 @@ bool EV_EXPRESSION::isCompiled() const
 int EV_EXPRESSION::getCompileError() const
 {
     return myProgram ? myProgram->compileError : 0;
+}
+
+int EV_EXPRESSION::getCompileErrorOffset() const
+{
+    return myProgram ? myProgram->errorOffset : -1;
+}
+
+const char *EV_EXPRESSION::getCompileErrorToken() const
+{
+    return myProgram ? myProgram->errorToken.c_str() : "";
 }
 
 EV_FUNCTION::EV_FUNCTION(unsigned flags, const char *name, int nargs, int result_type,
@@ -106,14 +117,18 @@ int ev_GetErrNo(int thread)
 
 void ev_SetErrNo(int err, int thread)
 {
-    evGetThreadState(thread).error = err;
+    evThreadState &state = evGetThreadState(thread);
+    state.error = err;
+    state.clearPosition();
 }
 
 void ev_RaiseError(int err, int thread)
 {
     evThreadState &state = evGetThreadState(thread);
-    if (!state.error)
+    if (!state.error) {
         state.error = err;
+        state.clearPosition();
+    }
 }
 
 void ev_SetCustomErrorMessage(const char *text, int thread)
@@ -121,6 +136,19 @@ void ev_SetCustomErrorMessage(const char *text, int thread)
     evThreadState &state = evGetThreadState(thread);
     state.custom = text ? text : "";
     state.error = EV_ERRCUSTOM;
+    state.clearPosition();
+}
+
+int ev_GetErrorOffset(int thread)
+{
+    const evThreadState &state = evGetThreadState(thread);
+    return state.error ? state.errorOffset : -1;
+}
+
+const char *ev_GetErrorToken(int thread)
+{
+    const evThreadState &state = evGetThreadState(thread);
+    return state.error ? state.errorToken.c_str() : "";
 }
 
 const char *ev_GetErrorTextForThread(int err, int thread)
@@ -239,6 +267,51 @@ void ev_InitUserFunc()
 
 // ---- Conversions -----------------------------------------------------------
 
+namespace {
+
+// from_chars reports a number out of range without saying in which
+// direction (and leaves the value alone): a number that is at least 1 must
+// have overflowed, one below 1 underflowed. 'digits' is the mantissa
+// (digits, point, digits), 'end' the end of the exponent if any.
+bool evOverflows(const char *digits, const char *end)
+{
+    long long lead = 0; // decimal exponent of the first non-zero digit
+    bool found = false, point = false;
+    long long whole = 0, frac = 0;
+    const char *p = digits;
+    for (; p < end && *p != 'e' && *p != 'E'; ++p) {
+        if (*p == '.') {
+            point = true;
+            continue;
+        }
+        if (point)
+            ++frac;
+        else
+            ++whole;
+        if (!found && *p != '0') {
+            found = true;
+            lead = point ? -frac : whole; // fixed up below for integer digits
+        }
+    }
+    if (!found)
+        return false; // all zeros never get here
+    if (lead > 0)
+        lead = whole - lead; // the leading digit's place counted from the point
+    long long exponent = 0;
+    bool negative = false;
+    if (p < end) {
+        ++p;
+        if (*p == '+' || *p == '-')
+            negative = *p++ == '-';
+        for (; p < end; ++p)
+            exponent = std::min(exponent * 10 + (*p - '0'), 1000000000LL); // saturates
+    }
+    return lead + (negative ? -exponent : exponent) >= 0;
+}
+
+} // namespace
+
+
 const char *ev_ScanDecimal(const char *text, double &value)
 {
     value = 0.0;
@@ -278,8 +351,10 @@ const char *ev_ScanDecimal(const char *text, double &value)
     }
     const char *from = *start == '+' ? start + 1 : start; // from_chars takes no '+'
     std::from_chars_result r = std::from_chars(from, p, value);
-    if (r.ec == std::errc::result_out_of_range)
-        value = (*start == '-' ? -1.0 : 1.0) * std::numeric_limits<double>::infinity();
+    if (r.ec == std::errc::result_out_of_range) {
+        const double sign = *start == '-' ? -1.0 : 1.0;
+        value = evOverflows(digits, p) ? sign * std::numeric_limits<double>::infinity() : sign * 0.0;
+    }
     return p;
 }
 

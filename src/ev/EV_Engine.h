@@ -66,6 +66,13 @@ void ev_SetErrNo(int err, int thread);
 void ev_RaiseError(int err, int thread);
 /// Sets error EV_ERRCUSTOM with its text, for the thread.
 void ev_SetCustomErrorMessage(const char *text, int thread);
+/// For the error being reported on the thread, when it is the compile error
+/// of a text (evaluated on this thread or any other, or nested in an
+/// evaluation): the byte offset in that text of the token where it was
+/// found, and the token as written ("" at the end of the text). -1 and ""
+/// for any other error and when there is none.
+int ev_GetErrorOffset(int thread = 0);
+const char *ev_GetErrorToken(int thread = 0);
 /// The text of an error number; EV_ERRCUSTOM gives the calling thread's
 /// custom text (ev_GetErrorTextForThread for another thread).
 const char *ev_GetErrorText(int err);
@@ -134,7 +141,8 @@ void ev_InitUserFunc();
 // ---- Conversions (shared by the engine and its library) --------------------
 
 /// The longest leading decimal number of a text (as strtod, decimal only:
-/// no hex, inf or nan), else 0.
+/// no hex, inf or nan; a number out of range gives 0 when too small and
+/// infinity when too large, with its sign), else 0.
 double ev_StringToFloat(const char *text);
 /// The same scan, returning where the number ends (the text itself when
 /// there is none). Independent of the C locale, as is ev_FloatToString.

@@ -45,6 +45,11 @@ struct EV_EXPRESSION
     bool isCompiled() const;
     /// The compile error number of the text (0 when it compiled).
     int getCompileError() const;
+    /// Where the text's first compile error was found: the byte offset of
+    /// the token in the text and the token as written ("" at the end of
+    /// the text). -1 and "" when the text compiled.
+    int getCompileErrorOffset() const;
+    const char *getCompileErrorToken() const;
 
     /// The engine keeps no result cache, so there is nothing to dirty.
     void dirtyExpr() {}

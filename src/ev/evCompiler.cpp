@@ -30,7 +30,7 @@ public:
             emit(evOp::VAR, bindVariable(n.text), +1);
             return true;
         case evNodeKind::DEFINE:
-            return define(n.text);
+            return define(n);
         case evNodeKind::UNARY:
             if (!compile(n.kids[0]))
                 return false;
@@ -60,6 +60,8 @@ public:
     }
 
     int error() const { return myError; }
+    int errorOffset() const { return myErrorOffset; }
+    const std::string &errorToken() const { return myErrorToken; }
 
 private:
     int emit(evOp op, int a, int stack_change)
@@ -97,10 +99,13 @@ private:
         return static_cast<int>(myProg.numbers.size()) - 1;
     }
 
-    bool fail(int error)
+    bool fail(int error, const evNode *at = nullptr)
     {
-        if (!myError)
+        if (!myError) {
             myError = error;
+            myErrorOffset = at ? at->offset : 0;
+            myErrorToken = at ? at->text : std::string();
+        }
         return false;
     }
 
@@ -153,15 +158,15 @@ private:
         // "if" is part of the language: only the chosen branch runs.
         if (n.text == "if") {
             if (argc != 3)
-                return fail(EV_ERRNARGS);
+                return fail(EV_ERRNARGS, &n);
             return conditional(n.kids[0], n.kids[1], n.kids[2]);
         }
         evFuncSlot *slot = evRegistry::get().findSlot(n.text);
         EV_FUNCTION *record = slot ? slot->record.load(std::memory_order_acquire) : nullptr;
         if (!record)
-            return fail(EV_ERRUNKNOWNFUNC);
+            return fail(EV_ERRUNKNOWNFUNC, &n);
         if (record->getNArgs() != argc)
-            return fail(EV_ERRNARGS);
+            return fail(EV_ERRNARGS, &n);
         for (int kid : n.kids)
             if (!compile(kid))
                 return false;
@@ -177,14 +182,15 @@ private:
         return true;
     }
 
-    bool define(const std::string &name)
+    bool define(const evNode &n)
     {
+        const std::string &name = n.text;
         double value = 0.0;
         bool found = evRegistry::get().anyDefineType([&](EV_TYPEDEF *type) {
             return type->resolveDefine && type->resolveDefine(name.c_str(), value);
         });
         if (!found)
-            return fail(EV_ERRUNDEFINED);
+            return fail(EV_ERRUNDEFINED, &n);
         emit(evOp::PUSHNUM, addNumber(value), +1);
         return true;
     }
@@ -216,6 +222,8 @@ private:
     int myThread;
     int myDepth = 0;
     int myError = 0;
+    int myErrorOffset = -1;
+    std::string myErrorToken;
 };
 
 } // namespace
@@ -226,6 +234,8 @@ std::unique_ptr<evProgram> evCompile(const char *text, unsigned &flags, int thre
     evAst ast = evParser::parse(text, evRegistry::get().optimization.load(std::memory_order_relaxed) != 0);
     if (ast.error) {
         prog->compileError = ast.error;
+        prog->errorOffset = ast.errorOffset;
+        prog->errorToken = std::move(ast.errorToken);
         return prog;
     }
     evCompiler compiler(ast, *prog, flags, thread);
@@ -233,6 +243,8 @@ std::unique_ptr<evProgram> evCompile(const char *text, unsigned &flags, int thre
         // A failed program keeps nothing of what was compiled.
         auto failed = std::make_unique<evProgram>();
         failed->compileError = compiler.error();
+        failed->errorOffset = compiler.errorOffset();
+        failed->errorToken = compiler.errorToken();
         return failed;
     }
     prog->code.push_back({evOp::END, 0});

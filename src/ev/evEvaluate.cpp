@@ -1,3 +1,4 @@
+#include "evLibrary.h"
 #include "evRegistry.h"
 
 #include <ev/EV_Engine.h>
@@ -6,7 +7,7 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <forward_list>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -20,8 +21,37 @@ namespace {
 
 bool evReport(evThreadState &state, int error)
 {
-    if (!state.error)
+    if (!state.error) {
         state.error = error;
+        state.clearPosition();
+    }
+    return false;
+}
+
+// The position of a pending error, kept while a nested evaluation runs (off
+// the common path: most evaluations start with no error pending).
+__attribute__((noinline)) void evSetPositionAside(evThreadState &state)
+{
+    state.asidePositions.emplace_back(state.errorOffset, std::move(state.errorToken));
+    state.clearPosition();
+}
+
+__attribute__((noinline)) void evTakePositionBack(evThreadState &state)
+{
+    state.errorOffset = state.asidePositions.back().first;
+    state.errorToken = std::move(state.asidePositions.back().second);
+    state.asidePositions.pop_back();
+}
+
+// A text that did not compile reports its error, with where it was found,
+// on whichever thread evaluates it.
+bool evReportCompileError(evThreadState &state, const evProgram &prog)
+{
+    if (!state.error) {
+        state.error = prog.compileError;
+        state.errorOffset = prog.errorOffset;
+        state.errorToken = prog.errorToken;
+    }
     return false;
 }
 
@@ -236,30 +266,47 @@ bool evFloatMachine::runCode(double &out)
 // ---- The general evaluator -------------------------------------------------------
 
 // A stack value: a float, or a string when s is set. Strings point either
-// into the program's constants or into the evaluation's string store.
+// into the program's constants or into the evaluation's string store; in
+// the store, the one value on the stack that holds the string owns it
+// (own is its number there) until an instruction consumes the value.
 struct evValue
 {
     double f;
     const std::string *s;
+    int own = -1;
 };
 
-// Strings made during one evaluation, kept in place while more are added.
+// Strings made during one evaluation. A string is handed back as soon as
+// the value holding it is consumed, so a long chain of joins keeps only
+// what is still on the stack; strings stay in place while others are added.
 class evStrings
 {
 public:
-    const std::string *add(std::string text)
+    int fresh()
     {
-        myStore.push_front(std::move(text));
-        return &myStore.front();
+        if (!myFree.empty()) {
+            int i = myFree.back();
+            myFree.pop_back();
+            return i;
+        }
+        mySlots.push_back(std::make_unique<std::string>());
+        return static_cast<int>(mySlots.size()) - 1;
     }
-    std::string *fresh()
+    std::string &at(int i) { return *mySlots[static_cast<std::size_t>(i)]; }
+    void release(int i)
     {
-        myStore.emplace_front();
-        return &myStore.front();
+        std::string &s = at(i);
+        if (s.capacity() > theKeep)
+            std::string().swap(s); // big ones go back to the system now
+        else
+            s.clear();
+        myFree.push_back(i);
     }
 
 private:
-    std::forward_list<std::string> myStore;
+    static constexpr std::size_t theKeep = 1024;
+    std::vector<std::unique_ptr<std::string>> mySlots;
+    std::vector<int> myFree;
 };
 
 inline double evToFloat(const evValue &v)
@@ -284,7 +331,9 @@ evValue evClassify(const std::string &text, evStrings &strings)
         if (!*end)
             return {f, nullptr};
     }
-    return {0.0, strings.add(text)};
+    int i = strings.fresh();
+    strings.at(i) = text;
+    return {0.0, &strings.at(i), i};
 }
 
 class evMachine
@@ -306,7 +355,31 @@ private:
     bool unbound(const std::string &name, evValue &out);
     bool call(const evCallSite &site, evValue *args, evValue &out);
     bool arithmetic(evOp op, evValue &a, const evValue &b);
+    bool join(evValue &a, const evValue &b);
     static bool compare(evOp op, const evValue &a, const evValue &b);
+    evValue temp(std::string text)
+    {
+        int i = myStrings.fresh();
+        myStrings.at(i) = std::move(text);
+        return {0.0, &myStrings.at(i), i};
+    }
+    /// Hands back the string a consumed value owned.
+    void drop(const evValue &v)
+    {
+        if (v.own >= 0)
+            myStrings.release(v.own);
+    }
+    /// Replaces a consumed value by a number (computed from it beforehand).
+    void put(evValue &v, double x)
+    {
+        drop(v);
+        v = {x, nullptr};
+    }
+    bool tooLong()
+    {
+        myState.custom = evStringTooLongText;
+        return fail(EV_ERRCUSTOM);
+    }
 
     EV_EXPRESSION &myExpr;
     const evProgram &myProg;
@@ -336,16 +409,36 @@ bool evMachine::compare(evOp op, const evValue &a, const evValue &b)
     }
 }
 
+// a = a + b as text. Joins into a string one of the operands owns when it
+// can, so that a chain of joins grows one string instead of copying it at
+// every step.
+bool evMachine::join(evValue &a, const evValue &b)
+{
+    std::string left, right;
+    const std::string &x = a.s ? *a.s : (left = ev_FloatToString(a.f));
+    const std::string &y = b.s ? *b.s : (right = ev_FloatToString(b.f));
+    if (x.size() + y.size() > evMaxStringLength)
+        return tooLong();
+    if (a.own >= 0) {
+        myStrings.at(a.own) += y;
+        drop(b);
+    } else if (b.own >= 0) {
+        myStrings.at(b.own).insert(0, x);
+        a = b;
+    } else {
+        a = temp(x + y);
+    }
+    return true;
+}
+
 // a = a op b; '+' joins texts when either side is a string.
 bool evMachine::arithmetic(evOp op, evValue &a, const evValue &b)
 {
-    if (op == evOp::ADD && (a.s || b.s)) {
-        std::string joined = a.s ? *a.s : ev_FloatToString(a.f);
-        joined += b.s ? *b.s : ev_FloatToString(b.f);
-        a = {0.0, myStrings.add(std::move(joined))};
-        return true;
-    }
+    if (op == evOp::ADD && (a.s || b.s))
+        return join(a, b);
     double x = evToFloat(a), y = evToFloat(b);
+    drop(a);
+    drop(b);
     switch (op) {
     case evOp::ADD: x += y; break;
     case evOp::SUB: x -= y; break;
@@ -373,10 +466,10 @@ bool evMachine::variable(const evBinding &b, evValue &out)
     if (b.orMask)
         myExpr.orFlags(b.orMask);
     if (b.binding.flags & EV_VarBinding::STRING) {
-        std::string *s = myStrings.fresh();
+        int i = myStrings.fresh();
         if (b.type->getString)
-            b.type->getString(b.binding, *s, myThread);
-        out = {0.0, s};
+            b.type->getString(b.binding, myStrings.at(i), myThread);
+        out = {0.0, &myStrings.at(i), i};
     } else {
         out = {b.type->getFloat ? b.type->getFloat(b.binding, myThread) : 0.0, nullptr};
     }
@@ -429,30 +522,40 @@ bool evMachine::call(const evCallSite &site, evValue *args, evValue &out)
     evArgs syms(argc);
     for (int i = 0; i < argc; ++i) {
         EV_SYMBOL &sym = syms.init(i);
-        const evValue &v = args[i];
+        evValue &v = args[i];
         if (func->getArgType(i) == EV_TYPESTRING) {
             sym.type = EV_TYPESTRING;
-            sym.sval = v.s ? v.s->c_str() : myStrings.add(ev_FloatToString(v.f))->c_str();
+            if (!v.s)
+                v = temp(ev_FloatToString(v.f)); // the argument's slot owns the text
+            sym.sval = v.s->c_str();
         } else {
             sym.fval = evToFloat(v);
         }
     }
     EV_SYMBOL result;
     result.type = func->getResultType();
-    std::string *storage = nullptr;
+    int storage = -1;
     if (result.type == EV_TYPESTRING) {
         storage = myStrings.fresh();
-        result.storage = storage;
+        result.storage = &myStrings.at(storage);
     }
     func->getEvaluate()(func, &result, syms.argv(), myThread);
     evReadFlags(myExpr, func);
     if (myState.error)
         return fail(myState.error); // the callback reported an error
-    if (storage) {
-        if (result.sval != storage->c_str() && result.sval && *result.sval)
-            storage->assign(result.sval); // a callback that pointed at its own text
-        out = {0.0, storage};
+    if (storage >= 0) {
+        std::string &text = myStrings.at(storage);
+        if (result.sval != text.c_str() && result.sval && *result.sval)
+            text.assign(result.sval); // a callback that pointed at its own text
+        if (text.size() > evMaxStringLength)
+            return tooLong();
+        // Read before the arguments go: the result may have pointed at one.
+        for (int i = 0; i < argc; ++i)
+            drop(args[i]);
+        out = {0.0, &text, storage};
     } else {
+        for (int i = 0; i < argc; ++i)
+            drop(args[i]);
         out = {result.fval, nullptr};
     }
     return true;
@@ -484,11 +587,17 @@ bool evMachine::run(evValue &out)
             EV_EXPANDER expander = evRegistry::get().expander.load(std::memory_order_acquire);
             char *expanded = expander ? expander(text.c_str(), myThread) : nullptr;
             if (expanded) {
-                *sp++ = {0.0, myStrings.add(expanded)};
+                *sp++ = temp(expanded);
                 std::free(expanded);
             } else {
                 *sp++ = {0.0, &text};
             }
+            // An error of a back-quoted expression fails the evaluation
+            // (the expander leaves it on the thread, as expandString does).
+            if (myState.error)
+                return fail(myState.error);
+            if (sp[-1].s->size() > evMaxStringLength)
+                return tooLong();
             break;
         }
         case evOp::VAR:
@@ -496,10 +605,10 @@ bool evMachine::run(evValue &out)
                 return false;
             ++sp;
             break;
-        case evOp::NEG: sp[-1] = {-evToFloat(sp[-1]), nullptr}; break;
-        case evOp::POS: sp[-1] = {evToFloat(sp[-1]), nullptr}; break;
-        case evOp::NOT: sp[-1] = {evTruth(sp[-1]) ? 0.0 : 1.0, nullptr}; break;
-        case evOp::TRUTH: sp[-1] = {evTruth(sp[-1]) ? 1.0 : 0.0, nullptr}; break;
+        case evOp::NEG: put(sp[-1], -evToFloat(sp[-1])); break;
+        case evOp::POS: put(sp[-1], evToFloat(sp[-1])); break;
+        case evOp::NOT: put(sp[-1], evTruth(sp[-1]) ? 0.0 : 1.0); break;
+        case evOp::TRUTH: put(sp[-1], evTruth(sp[-1]) ? 1.0 : 0.0); break;
         case evOp::ADD: case evOp::SUB: case evOp::MUL:
         case evOp::DIV: case evOp::MOD: case evOp::POW:
             --sp;
@@ -515,15 +624,20 @@ bool evMachine::run(evValue &out)
         }
         case evOp::EQ: case evOp::NE: case evOp::LT:
         case evOp::LE: case evOp::GT: case evOp::GE:
+        {
             --sp;
-            sp[-1] = {compare(pc->op, sp[-1], sp[0]) ? 1.0 : 0.0, nullptr};
+            const bool yes = compare(pc->op, sp[-1], sp[0]);
+            drop(sp[0]);
+            put(sp[-1], yes ? 1.0 : 0.0);
             break;
+        }
         case evOp::JMP:
             pc = code + pc->a - 1;
             break;
         case evOp::JZ:
             --sp;
-            if (!evTruth(*sp))
+            put(*sp, evTruth(*sp) ? 1.0 : 0.0);
+            if (sp->f == 0.0)
                 pc = code + pc->a - 1;
             break;
         case evOp::CALL: {
@@ -554,19 +668,30 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         return true; // no text: 0 or the empty string, without error
     evThreadState &state = evGetThreadState(thread);
     if (__builtin_expect(prog->compileError != 0, 0))
-        return evReport(state, prog->compileError);
+        return evReportCompileError(state, *prog);
     if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH, 0))
         return evReport(state, EV_ERRRECURSION);
     // An error left pending by an earlier evaluation is set aside, so that
     // errors raised during this one are seen; the first error stays the one
     // reported.
     const int pending = state.error;
+    if (__builtin_expect(pending != 0, 0))
+        evSetPositionAside(state);
     state.error = 0;
     ++state.depth;
     int error = 0;
     UT_ScopeExit restore([&state, &error, pending] {
         --state.depth;
-        state.error = pending ? pending : error;
+        if (pending) {
+            state.error = pending;
+            evTakePositionBack(state);
+        } else {
+            // An error that reached the thread during the run (a nested text
+            // that did not compile) keeps its position; one of the run's own has none.
+            if (state.error != error)
+                state.clearPosition();
+            state.error = error;
+        }
     });
     try {
         error = run(*prog, state);

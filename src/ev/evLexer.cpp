@@ -1,7 +1,6 @@
 #include "evLexer.h"
 
-#include <charconv>
-#include <limits>
+#include <ev/EV_Engine.h>
 
 namespace {
 
@@ -16,6 +15,7 @@ evTok evLexer::next()
     while (*myPos == ' ' || *myPos == '\t' || *myPos == '\n' || *myPos == '\r')
         ++myPos;
     myValue.clear();
+    myStart = myPos;
     const char c = *myPos;
     if (!c)
         return myKind = evTok::END;
@@ -61,36 +61,22 @@ evTok evLexer::next()
     case '&': return myKind = two('&', evTok::AND, evTok::ERROR);
     default: break;
     }
+    ++myPos; // the stray character is the token
     return myKind = evTok::ERROR;
 }
 
 evTok evLexer::lexNumber()
 {
-    const char *start = myPos;
-    while (evIsDigit(*myPos))
-        ++myPos;
-    if (*myPos == '.') {
-        ++myPos;
-        while (evIsDigit(*myPos))
-            ++myPos;
-    }
-    if (*myPos == 'e' || *myPos == 'E') {
-        const char *e = myPos + 1;
-        if (*e == '+' || *e == '-')
-            ++e;
-        if (evIsDigit(*e)) {
-            while (evIsDigit(*e))
-                ++e;
-            myPos = e;
-        }
-    }
-    // from_chars: the C locale must not change how literals read.
-    if (std::from_chars(start, myPos, myNumber).ec == std::errc::result_out_of_range)
-        myNumber = std::numeric_limits<double>::infinity(); // literals carry no sign
+    // The same reading as strings converted to numbers: locale independent,
+    // an underflow gives 0, an overflow infinity (literals carry no sign).
+    myPos = ev_ScanDecimal(myPos, myNumber);
 
     // A number glued to a name ("2x", "1e") is not a number.
-    if (evIsNameStart(*myPos))
+    if (evIsNameStart(*myPos)) {
+        while (evIsNameChar(*myPos))
+            ++myPos;
         return evTok::ERROR;
+    }
     return evTok::NUMBER;
 }
 

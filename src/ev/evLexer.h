@@ -17,7 +17,7 @@ enum class evTok
 class evLexer
 {
 public:
-    explicit evLexer(const char *text) : myText(text ? text : ""), myPos(myText) {}
+    explicit evLexer(const char *text) : myText(text ? text : ""), myPos(myText), myStart(myText) {}
 
     /// Reads the next token into kind() / text() / number().
     evTok next();
@@ -26,6 +26,10 @@ public:
     /// Identifier or variable name, or the decoded contents of a string.
     const std::string &text() const { return myValue; }
     double number() const { return myNumber; }
+    /// Where the current token starts in the text (bytes), and the token as
+    /// written (empty at the end of the text).
+    int offset() const { return static_cast<int>(myStart - myText); }
+    std::string written() const { return std::string(myStart, myPos); }
 
 private:
     evTok lexNumber();
@@ -34,6 +38,7 @@ private:
 
     const char *myText;
     const char *myPos;
+    const char *myStart; ///< of the current token
     evTok myKind = evTok::END;
     std::string myValue;
     double myNumber = 0.0;

@@ -121,9 +121,24 @@ void evSubstr(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
     result->setString(s.substr(start, length).c_str());
 }
 
-void evStrcat(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
+// A result that would pass the engine's string limit: error 9 with its text
+// and an empty string.
+void evTooLong(EV_SYMBOL *result, int thread)
 {
-    result->setString((std::string(evStr(argv, 0)) + evStr(argv, 1)).c_str());
+    ev_SetCustomErrorMessage(evStringTooLongText, thread);
+    result->setString("");
+}
+
+void evStrcat(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
+{
+    const char *a = evStr(argv, 0), *b = evStr(argv, 1);
+    const std::size_t na = std::strlen(a), nb = std::strlen(b);
+    if (na + nb > evMaxStringLength)
+        return evTooLong(result, thread); // checked before anything is built
+    std::string joined;
+    joined.reserve(na + nb);
+    joined.append(a, na).append(b, nb);
+    result->setString(joined.c_str());
 }
 
 void evStrcmp(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
@@ -225,11 +240,8 @@ void evArgFn(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int)
     }
 }
 
-// Scans on after each inserted text, never inside it.
-// Strings made by one call are capped, so nested calls cannot multiply a
-// text's length without bound.
-constexpr std::size_t theMaxResult = 1u << 24;
-
+// Scans on after each inserted text, never inside it. The result is capped
+// as it grows, so nested calls cannot multiply a text's length without bound.
 void evStrreplace(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread)
 {
     const std::string text = evStr(argv, 0);
@@ -241,13 +253,15 @@ void evStrreplace(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **argv, int thread
         // Built in one pass: replacing in place would shift the tail at every hit.
         std::size_t at = 0;
         for (std::size_t hit = text.find(from); hit != std::string::npos; hit = text.find(from, at)) {
+            if (out.size() + (hit - at) + to.size() > evMaxStringLength)
+                return evTooLong(result, thread);
             out.append(text, at, hit - at).append(to);
             at = hit + from.size();
-            if (out.size() > theMaxResult)
-                return evBadArg(result, thread);
         }
         out.append(text, at, std::string::npos);
     }
+    if (out.size() > evMaxStringLength)
+        return evTooLong(result, thread);
     result->setString(out.c_str());
 }
 

@@ -36,8 +36,11 @@ evAst evParser::parse(const char *text, bool fold)
 
 int evParser::fail(int error)
 {
-    if (!myAst.error)
+    if (!myAst.error) {
         myAst.error = error;
+        myAst.errorOffset = myLex.offset();
+        myAst.errorToken = myLex.written();
+    }
     return -1;
 }
 
@@ -237,10 +240,12 @@ int evParser::primary()
     }
     case evTok::IDENT: {
         std::string name = myLex.text();
+        const int at = myLex.offset();
         advance();
         if (myLex.kind() != evTok::LPAREN) {
             evNode n{evNodeKind::DEFINE};
             n.text = std::move(name);
+            n.offset = at;
             return add(std::move(n));
         }
         if (++myNesting > theMaxNesting) {
@@ -250,6 +255,7 @@ int evParser::primary()
         advance();
         evNode n{evNodeKind::CALL};
         n.text = std::move(name);
+        n.offset = at;
         if (myLex.kind() != evTok::RPAREN) {
             for (;;) {
                 int arg = conditional();

@@ -25,6 +25,7 @@ struct evNode
     std::string text;     ///< string contents, variable, define or function name
     std::vector<int> kids;
     int depth = 1;        ///< height of the subtree
+    int offset = 0;       ///< where its first token starts in the text (CALL, DEFINE)
 };
 
 /// The syntax tree of one text, built by evParser.
@@ -33,6 +34,8 @@ struct evAst
     std::vector<evNode> nodes;
     int root = -1;
     int error = 0; ///< engine error number, 0 when the text parsed
+    int errorOffset = -1;   ///< where the token the parser stopped at starts
+    std::string errorToken; ///< that token as written ("" at the end of the text)
 };
 
 /// Recursive descent over the operator levels of the language, lowest

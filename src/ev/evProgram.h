@@ -104,6 +104,10 @@ public:
     std::vector<std::string> strings;
     std::vector<evBinding> bindings;
     std::vector<evCallSite> calls;
+    /// Where the first compile error was found: byte offset in the text and
+    /// the token there as written (-1 and "" when the text compiled).
+    int errorOffset = -1;
+    std::string errorToken;
 
     void finish()
     {

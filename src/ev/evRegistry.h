@@ -11,6 +11,8 @@
 #include <shared_mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 /// The engine's process-wide tables: function slots by name, the added
 /// types, the expander, the host variable callback and the settings.
@@ -74,6 +76,19 @@ struct evThreadState
     int error = 0;
     int depth = 0;
     std::string custom;
+    /// For an error a text got when compiled: where in the text, and the
+    /// token there; -1 and "" for any other error. Set and cleared with
+    /// the error it belongs to.
+    int errorOffset = -1;
+    std::string errorToken;
+    /// Positions of errors pending around nested evaluations.
+    std::vector<std::pair<int, std::string>> asidePositions;
+
+    void clearPosition()
+    {
+        errorOffset = -1;
+        errorToken.clear();
+    }
 };
 
 inline evThreadState &evGetThreadState(int thread)

@@ -151,6 +151,33 @@ TEST_F(CHManagerVariables, NestedExpansionStopsAtDepthTwenty)
     ev_SetErrNo(0, 0);
 }
 
+TEST_F(CHManagerVariables, ErrorsOfBackQuotedExpressionsInStringsAreReported)
+{
+    // A double-quoted string fails its expression with the error its
+    // expansion raised, as expanding the same text reports it.
+    const struct { const char *text, *expansion; int error; } cases[] = {
+        {"\"[`nosuch()`]\" + \"[`2+2`]\"", "[`nosuch()`][`2+2`]", EV_ERRUNKNOWNFUNC},
+        {"\"[`1 +`]\"", "[`1 +`]", EV_ERRSYNTAX},
+        {"\"[`selfexpand()`]\"", "[`selfexpand()`]", EV_ERRRECURSION},
+    };
+    ev_AddFunction(&theSelfExpand);
+    for (const auto &c : cases) {
+        expand(c.expansion, 0.0f);
+        const int expected = ev_GetErrNo(0);
+        EXPECT_EQ(expected, c.error) << c.expansion;
+        ev_SetErrNo(0, 0);
+        UT_String s("stale");
+        EXPECT_EQ(myManager.evaluateString(c.text, s, 0.0f, nullptr, 0), 0);
+        EXPECT_EQ(ev_GetErrNo(0), expected) << c.text;
+        EXPECT_STREQ(s, "") << c.text;
+        ev_SetErrNo(0, 0);
+        EXPECT_EQ(eval(c.text, 0.0f), 0.0f);
+        EXPECT_EQ(ev_GetErrNo(0), expected) << c.text;
+        ev_SetErrNo(0, 0);
+        EXPECT_EQ(myManager.exprDepth(0), 0);
+    }
+}
+
 TEST_F(CHManagerVariables, OneShotEvaluationRestoresTheContext)
 {
     CH_Collection other(&myManager, nullptr, "other");

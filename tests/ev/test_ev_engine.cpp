@@ -32,21 +32,22 @@ struct TextCase
 {
     const char *text;
     const char *expect; // the string form of the result
+    double value;       // the float result (a string result read as a number)
 };
 
 TEST_F(EvEngine, PrecedenceAndAssociativityWithAndWithoutFolding)
 {
     const TextCase cases[] = {
-        {"1 + 2 * 3", "7"},       {"(1 + 2) * 3", "9"},     {"10 - 4 - 3", "3"},
-        {"2 * 3 % 4", "2"},       {"7 % 4 * 2", "6"},       {"-2 ^ 2", "-4"},
-        {"2 ^ 3 ^ 2", "512"},     {"2 ^ -1", "0.5"},        {"-(2) ^ 2", "-4"},
-        {"(-2) ^ 2", "4"},        {"!0 + 1", "2"},          {"- - 3", "3"},
-        {"1 < 2 == 1", "1"},      {"1 + 1 == 2", "1"},      {"3 > 2 > 1", "0"},
-        {"1 || 0 && 0", "1"},     {"0 && 1 || 1", "1"},     {"2 && 3", "1"},
-        {"0 || 0.5", "1"},        {"1 ? 2 : 3 ? 4 : 5", "2"}, {"0 ? 2 : 0 ? 4 : 5", "5"},
-        {"1 ? 0 ? 6 : 7 : 8", "7"}, {"5 - 10 % 4 ^ 2 / 2", "0"}, {".5 + 2.", "2.5"},
-        {"1e-3 * 3.2E+4", "32"},  {"-7 % 3", "-1"},         {"1 != 1", "0"},
-        {"2 <= 2", "1"},          {"2 >= 3", "0"},          {"1000000 * 1", "1e+06"},
+        {"1 + 2 * 3", "7", 7},        {"(1 + 2) * 3", "9", 9},      {"10 - 4 - 3", "3", 3},
+        {"2 * 3 % 4", "2", 2},        {"7 % 4 * 2", "6", 6},        {"-2 ^ 2", "-4", -4},
+        {"2 ^ 3 ^ 2", "512", 512},    {"2 ^ -1", "0.5", 0.5},       {"-(2) ^ 2", "-4", -4},
+        {"(-2) ^ 2", "4", 4},         {"!0 + 1", "2", 2},           {"- - 3", "3", 3},
+        {"1 < 2 == 1", "1", 1},       {"1 + 1 == 2", "1", 1},       {"3 > 2 > 1", "0", 0},
+        {"1 || 0 && 0", "1", 1},      {"0 && 1 || 1", "1", 1},      {"2 && 3", "1", 1},
+        {"0 || 0.5", "1", 1},         {"1 ? 2 : 3 ? 4 : 5", "2", 2}, {"0 ? 2 : 0 ? 4 : 5", "5", 5},
+        {"1 ? 0 ? 6 : 7 : 8", "7", 7}, {"5 - 10 % 4 ^ 2 / 2", "0", 0}, {".5 + 2.", "2.5", 2.5},
+        {"1e-3 * 3.2E+4", "32", 32},  {"-7 % 3", "-1", -1},         {"1 != 1", "0", 0},
+        {"2 <= 2", "1", 1},           {"2 >= 3", "0", 0},           {"1000000 * 1", "1e+06", 1e6},
     };
     for (int opt = 0; opt <= 1; ++opt) {
         ev_SetOptimization(opt);
@@ -54,25 +55,28 @@ TEST_F(EvEngine, PrecedenceAndAssociativityWithAndWithoutFolding)
             evTestResult r = evTestEval(c.text);
             EXPECT_TRUE(r.ok) << c.text;
             EXPECT_EQ(r.s, c.expect) << c.text << " (optimisation " << opt << ")";
+            EXPECT_EQ(r.f, static_cast<float>(c.value)) << c.text << " (optimisation " << opt << ")";
         }
     }
 }
 
 TEST_F(EvEngine, StringsConvertAndCompare)
 {
+    // As floats, string results read as their leading number.
     const TextCase cases[] = {
-        {"\"a\" + 1", "a1"},          {"1 + 'b'", "1b"},            {"'12abc' * 2", "24"},
-        {"'abc' * 2", "0"},           {"' 3.5e2x' + 0", " 3.5e2x0"}, {"-' 3.5e2x'", "-350"},
-        {"+'0x10'", "0"},             {"+'inf'", "0"},              {"'b' < 'a'", "0"},
-        {"'abc' == 'abc'", "1"},      {"'10' < '9'", "1"},          {"'10' < 9", "0"},
-        {"!''", "1"},                 {"!'0'", "0"},                {"'' ? 1 : 2", "2"},
-        {"'it\\'s'", "it's"},         {"\"q\\\"\\\\\"", "q\"\\"},   {"\"a\\tb\"", "a\tb"},
-        {"'a\\nb'", "a\\nb"},         {"0.1 + 0.2 + ''", "0.3"},
+        {"\"a\" + 1", "a1", 0},          {"1 + 'b'", "1b", 1},             {"'12abc' * 2", "24", 24},
+        {"'abc' * 2", "0", 0},           {"' 3.5e2x' + 0", " 3.5e2x0", 350}, {"-' 3.5e2x'", "-350", -350},
+        {"+'0x10'", "0", 0},             {"+'inf'", "0", 0},               {"'b' < 'a'", "0", 0},
+        {"'abc' == 'abc'", "1", 1},      {"'10' < '9'", "1", 1},           {"'10' < 9", "0", 0},
+        {"!''", "1", 1},                 {"!'0'", "0", 0},                 {"'' ? 1 : 2", "2", 2},
+        {"'it\\'s'", "it's", 0},         {"\"q\\\"\\\\\"", "q\"\\", 0},   {"\"a\\tb\"", "a\tb", 0},
+        {"'a\\nb'", "a\\nb", 0},         {"0.1 + 0.2 + ''", "0.3", 0.3},   {"'7' + 1", "71", 71},
     };
     for (const TextCase &c : cases) {
         evTestResult r = evTestEval(c.text);
         EXPECT_TRUE(r.ok) << c.text;
         EXPECT_EQ(r.s, c.expect) << c.text;
+        EXPECT_EQ(r.f, static_cast<float>(c.value)) << c.text;
     }
     EXPECT_EQ(evTestEval("'2.5kg' * 1 == 2.5").s, "1");
     EXPECT_EQ(evTestEval("'2.5kg' + 0 == '2.5kg'").s, "0"); // concatenation binds first
@@ -149,8 +153,8 @@ TEST_F(EvEngine, ShortCircuitSkipsTheBranchNotTaken)
 {
     ev_AddFunction(&theCount);
     const TextCase cases[] = {
-        {"0 && count()", "0"}, {"1 || count()", "1"},   {"1 ? 7 : count()", "7"},
-        {"0 ? count() : 8", "8"}, {"if(0, count(), 9)", "9"}, {"if(1, 4, count() + 1 / 0)", "4"},
+        {"0 && count()", "0", 0},    {"1 || count()", "1", 1},       {"1 ? 7 : count()", "7", 7},
+        {"0 ? count() : 8", "8", 8}, {"if(0, count(), 9)", "9", 9}, {"if(1, 4, count() + 1 / 0)", "4", 4},
     };
     for (const TextCase &c : cases) {
         theCalls = 0;
@@ -159,6 +163,7 @@ TEST_F(EvEngine, ShortCircuitSkipsTheBranchNotTaken)
         ASSERT_TRUE(ev_EvaluateFloat(e.get(), &f, 0)) << c.text;
         EXPECT_EQ(ev_GetErrNo(0), 0);
         EXPECT_EQ(ev_FloatToString(f), c.expect) << c.text;
+        EXPECT_EQ(f, static_cast<float>(c.value)) << c.text;
         EXPECT_EQ(theCalls.load(), 0) << c.text;
     }
     theCalls = 0;

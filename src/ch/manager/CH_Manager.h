@@ -22,6 +22,7 @@
 #include <mutex>
 #include <ostream>
 #include <set>
+#include <shared_mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -254,8 +255,10 @@ public:
                           const char *old_chan_name, CH_Collection *collection, int thread);
 
     // ---- Defines -----------------------------------------------------------
+    /// May run while other threads compile and evaluate expressions.
     void addExpressionDefine(const CH_ExprDefine &define);
-    /// The define of a name, or null.
+    /// The define of a name, or null. A define, once added, stays at the
+    /// same place as long as the manager lives.
     const CH_ExprDefine *findExpressionDefine(const char *name) const;
 
     // ---- Match, repeat and cycle functions --------------------------------------
@@ -447,6 +450,9 @@ private:
     UT_StringArray mySelectedGroupPaths;
     UT_String myCurrentGroupPath;
     std::unique_ptr<UT_SymbolTable<CH_ExprDefine *>> myDefines;
+    /// Defines are added while other threads compile texts (which reads
+    /// them); evaluation itself never reads them.
+    mutable std::shared_mutex myDefinesLock;
     UT_ThreadSlots<chEvalSlot, 64> myEvalSlots;
 
     // Scope: see CH_ManagerScope.cpp.

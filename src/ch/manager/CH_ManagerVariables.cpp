@@ -348,6 +348,7 @@ int CH_Manager::changeStringOpRef(UT_String &out, const char *in, const char *, 
 
 void CH_Manager::addExpressionDefine(const CH_ExprDefine &define)
 {
+    std::unique_lock<std::shared_mutex> guard(myDefinesLock);
     if (!myDefines)
         myDefines = std::make_unique<UT_SymbolTable<CH_ExprDefine *>>();
     if (CH_ExprDefine *old = myDefines->findSymbol(define.getName())) {
@@ -360,5 +361,6 @@ void CH_Manager::addExpressionDefine(const CH_ExprDefine &define)
 
 const CH_ExprDefine *CH_Manager::findExpressionDefine(const char *name) const
 {
+    std::shared_lock<std::shared_mutex> guard(myDefinesLock);
     return myDefines ? myDefines->findSymbol(name) : nullptr;
 }
