@@ -104,6 +104,12 @@ int ev_GetErrNo(int thread)
     return evGetThreadState(thread).error;
 }
 
+bool ev_IsUnwinding(int thread)
+{
+    const evThreadState &state = evGetThreadState(thread);
+    return state.unwinding && state.depth > 0;
+}
+
 void ev_SetErrNo(int err, int thread)
 {
     evGetThreadState(thread).error = err;

@@ -554,8 +554,12 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     evThreadState &state = evGetThreadState(thread);
     if (__builtin_expect(prog->compileError != 0, 0))
         return evReport(state, prog->compileError);
-    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH, 0))
+    if (state.depth == 0)
+        state.unwinding = false; // a new outermost evaluation
+    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH || state.unwinding, 0)) {
+        state.unwinding = true;
         return evReport(state, EV_ERRRECURSION);
+    }
     // An error left pending by an earlier evaluation is set aside, so that
     // errors raised during this one are seen; the first error stays the one
     // reported.
@@ -572,6 +576,12 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         error = EV_ERRCUSTOM;
     }
     --state.depth;
+    // A callback may have cleared the nested failure; the evaluation still
+    // ends with it, and the outermost one stops unwinding.
+    if (state.unwinding && !error)
+        error = EV_ERRRECURSION;
+    if (state.depth == 0)
+        state.unwinding = false;
     state.error = pending ? pending : error;
     return error == 0;
 }

@@ -202,9 +202,16 @@ float valueAt(chGlue &g, float x, int thread)
 // that ends there, at its end. Each cycle ends there.
 float leftLimitAt(chGlue &g, float x, int thread)
 {
+    float tol = g.channel->getTolerance();
     CH_Segment *s = g.channel->getSegment(x);
+    // Just before the last key the search answers with the last list
+    // segment, yet the channel hands that time to the end segment (the right
+    // behaviour): the key is the end segment's start all the same.
+    CH_Segment *end = g.channel->getEndSegment();
+    if (s && end && s->getNext() == end && std::fabs(end->getStart() - x) <= tol)
+        s = end;
     CH_Segment *prev = s ? s->getPrev() : nullptr;
-    if (prev && std::fabs(s->getStart() - x) <= g.channel->getTolerance())
+    if (prev && std::fabs(s->getStart() - x) <= tol)
     {
         float end = prev->getEnd();
         return segmentAt(g, prev, x < end ? x : end, thread);
