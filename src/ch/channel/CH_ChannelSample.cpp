@@ -45,7 +45,7 @@ chShape shapeOf(const CH_Segment &s)
 // d(value)/d(time) of the segment's function at local time t, the parameter
 // clamped into the segment (one-sided at its keys). False when there is no
 // exact form for it.
-bool exactSlope(const CH_Segment &s, chShape shape, float t, double &slope)
+bool exactSlope(const CH_Segment &s, chShape shape, float t, float tol, double &slope)
 {
     double length = s.getLength();
     if (shape == chShape::Other)
@@ -55,8 +55,10 @@ bool exactSlope(const CH_Segment &s, chShape shape, float t, double &slope)
         slope = 0.0;
         return true;
     }
+    // At a key (within the tolerance, as the time may have gone through the
+    // channel's start and back) the key's own parameter.
     double u = (t - s.getStart()) / length;
-    u = u < 0.0 ? 0.0 : (u > 1.0 ? 1.0 : u);
+    u = u < 0.0 || t - s.getStart() <= tol ? 0.0 : (u > 1.0 || s.getEnd() - t <= tol ? 1.0 : u);
     double in = s.getInValue(), out = s.getOutValue();
     double si = s.getInSlope(), so = s.getOutSlope();
     const double pi = 3.14159265358979323846;
@@ -85,7 +87,9 @@ bool exactSlope(const CH_Segment &s, chShape shape, float t, double &slope)
     case chShape::Bezier:
     {
         CH_Bezier curve{CH_SegmentValues(s)};
-        double w = curve.timeToParametric(t);
+        // Solving the time cubic at a key can land on the wrong root (the
+        // one at the key rounds past [0, 1]): the other end's handle.
+        double w = u == 0.0 || u == 1.0 ? u : curve.timeToParametric(t);
         auto derivative = [w](const float *p) {
             double v = 1.0 - w;
             return 3.0 * (v * v * (p[1] - p[0]) + 2.0 * v * w * (p[2] - p[1]) + w * w * (p[3] - p[2]));
@@ -121,7 +125,7 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
     };
     value = sample(t);
     double exact;
-    if (exactSlope(*s, shapeOf(*s), t, exact))
+    if (exactSlope(*s, shapeOf(*s), t, getTolerance(), exact))
         slope = static_cast<float>(exact);
     else
     {
