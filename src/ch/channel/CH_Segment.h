@@ -15,6 +15,7 @@
 
 class CH_Channel;
 struct CH_InterpolationCall;
+struct CH_InterpolationKind;
 class CH_Manager;
 class CH_TimeGroup;
 
@@ -122,6 +123,10 @@ public:
     bool isQCubic() const { return myFlags.has(CH_SegmentFlags::QCUBIC); }
     bool isQuaternion() const { return myFlags.has(CH_SegmentFlags::QLINEAR | CH_SegmentFlags::QCUBIC); }
     bool isMatchFunction() const;
+    /// What the text is when it is exactly an animation function's call
+    /// without arguments ("bezier()", "matchin()", ...), decided when the
+    /// text is set; null for any other text.
+    const CH_InterpolationKind *getInterpolationKind() const { return myKind; }
     bool isDataDependent() const;
     static bool expressionIsAnimationFunctionCall(const char *text);
     bool expressionIsAnimationFunctionCall() const;
@@ -234,6 +239,7 @@ private:
     float myInAccel = 0.0f;
     float myOutAccel = 0.0f;
     /// Set when the text is exactly an argument-free interpolation call.
+    const CH_InterpolationKind *myKind = nullptr;
     const CH_InterpolationCall *myInterpolation = nullptr;
     /// Held inline: evaluation reaches it without another pointer. Set by
     /// every constructor and assignment.

@@ -3,6 +3,7 @@
 #include "CH_Manager.h"
 
 #include <ch/channel/CH_Channel.h>
+#include <ch/channel/CH_InterpMath.h>
 #include <ch/channel/CH_Segment.h>
 #include <ch/io/CH_Collection.h>
 
@@ -46,14 +47,6 @@ float lookup(chGlue &g, bool backward, int thread, float &time, float &value)
     time = backward ? s->getEnd() : s->getStart();
     g.channel->sampleValueSlope(s, time + g.channel->getStart(), thread, value, slope);
     return slope;
-}
-
-// The Hermite cubic of the cubic() function.
-float hermite(float in, float si, float out, float so, float length, float u)
-{
-    float a = length * si;
-    float b = (si + so) * length + 2.0f * (in - out);
-    return (((out - in - a - b) + b * u) * u + a) * u + in;
 }
 
 } // namespace
@@ -122,7 +115,7 @@ float matchCommon(CH_Manager &mgr, int thread, bool carry_values)
         in = vp + (g.start - tp) * sp;
         out = vn - (tn - g.end) * sn;
     }
-    return hermite(in, sp, out, sn, length, (g.t - g.start) / length);
+    return CHhermiteCubic(in, sp, out, sn, length, (g.t - g.start) / length); // cubic()'s
 }
 
 } // namespace
