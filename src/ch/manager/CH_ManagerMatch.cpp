@@ -200,9 +200,9 @@ float leftLimitAt(chGlue &g, float x, int thread)
     // Just before the last key the search answers with the last list
     // segment, yet the channel hands that time to the end segment (the right
     // behaviour): the key is the end segment's start all the same.
-    CH_Segment *end = g.channel->getEndSegment();
-    if (s && end && s->getNext() == end && std::fabs(end->getStart() - x) <= tol)
-        s = end;
+    CH_Segment *last = g.channel->getEndSegment();
+    if (s && last && s->getNext() == last && std::fabs(last->getStart() - x) <= tol)
+        s = last;
     CH_Segment *prev = s ? s->getPrev() : nullptr;
     if (prev && std::fabs(s->getStart() - x) <= tol)
     {
