@@ -239,7 +239,6 @@ private:
     float myInAccel = 0.0f;
     float myOutAccel = 0.0f;
     /// Set when the text is exactly an argument-free interpolation call.
-    const CH_InterpolationKind *myKind = nullptr;
     const CH_InterpolationCall *myInterpolation = nullptr;
     /// Held inline: evaluation reaches it without another pointer. Set by
     /// every constructor and assignment.
@@ -251,6 +250,7 @@ private:
     CH_Segment *myPrev = nullptr;
     CH_Segment *myNext = nullptr;
     CH_TimeGroup *myTimeGroup = nullptr;
+    const CH_InterpolationKind *myKind = nullptr; ///< read by classification and slope sampling
     std::unique_ptr<UT_Vector3[]> myKnots;
     int myNKnots = 0;
     int myFirstCachedSample = 0;
