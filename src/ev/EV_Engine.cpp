@@ -115,6 +115,12 @@ int ev_GetErrNo(int thread)
     return evGetThreadState(thread).error;
 }
 
+bool ev_IsUnwinding(int thread)
+{
+    const evThreadState &state = evGetThreadState(thread);
+    return state.unwinding && state.depth > 0;
+}
+
 void ev_SetErrNo(int err, int thread)
 {
     evThreadState &state = evGetThreadState(thread);

@@ -59,6 +59,10 @@ std::string ev_Disassemble(const EV_EXPRESSION *expr);
 // ---- Errors ----------------------------------------------------------------
 
 int ev_GetErrNo(int thread);
+/// True while the thread is inside an evaluation that hit the nesting limit:
+/// every evaluation it nests fails with EV_ERRRECURSION until the outermost
+/// one returns, which then fails with it too.
+bool ev_IsUnwinding(int thread);
 /// Sets the thread's error number (0 clears it).
 void ev_SetErrNo(int err, int thread);
 /// Sets the error unless the thread already has one pending: the first

@@ -669,8 +669,12 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     evThreadState &state = evGetThreadState(thread);
     if (__builtin_expect(prog->compileError != 0, 0))
         return evReportCompileError(state, *prog);
-    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH, 0))
+    if (state.depth == 0)
+        state.unwinding = false; // a new outermost evaluation
+    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH || state.unwinding, 0)) {
+        state.unwinding = true;
         return evReport(state, EV_ERRRECURSION);
+    }
     // An error left pending by an earlier evaluation is set aside, so that
     // errors raised during this one are seen; the first error stays the one
     // reported.
@@ -681,7 +685,8 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     ++state.depth;
     int error = 0;
     UT_ScopeExit restore([&state, &error, pending] {
-        --state.depth;
+        if (--state.depth == 0)
+            state.unwinding = false; // the outermost evaluation stops unwinding
         if (pending) {
             state.error = pending;
             evTakePositionBack(state);
@@ -701,6 +706,10 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
         error = EV_ERRCUSTOM;
         state.custom = "A function failed with an exception";
     }
+    // A callback may have cleared the nested failure; the evaluation still
+    // ends with it.
+    if (state.unwinding && !error)
+        error = EV_ERRRECURSION;
     return error == 0;
 }
 

@@ -75,6 +75,10 @@ struct evThreadState
 {
     int error = 0;
     int depth = 0;
+    /// Set when an evaluation hits the depth limit: every evaluation nested
+    /// in the same outermost one then fails at once, so callbacks that read
+    /// several times per level cannot multiply the work on the way out.
+    bool unwinding = false;
     std::string custom;
     /// For an error a text got when compiled: where in the text, and the
     /// token there; -1 and "" for any other error. Set and cleared with

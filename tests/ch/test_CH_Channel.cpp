@@ -165,6 +165,46 @@ TEST_F(CHChannel, Behaviours)
     EXPECT_NEAR(at(21), 32.0f, 3e-3); // 30 - v(19.999) is 0.002 to float precision
 }
 
+TEST_F(CHChannel, CyclingStringsWrapLikeValues)
+{
+    // The channel's text at -2.5 is its text at 17.5 (10 + 20 * 0.75), at 25
+    // its text at 5.
+    ch->setLeftBehavior(CH_CHANNEL_CYCLE);
+    ch->setRightBehavior(CH_CHANNEL_CYCLE);
+    const struct
+    {
+        float t;
+        const char *text;
+    } cases[] = {{-2.5f, "25"}, {-22.5f, "25"}, {25.0f, "5"}};
+    for (const auto &c : cases)
+    {
+        UT_String s;
+        obj.evaluateString(s, ch, c.t, 0);
+        EXPECT_EQ(s, c.text) << c.t;
+        EXPECT_FLOAT_EQ(at(c.t), std::stof(c.text)) << c.t;
+    }
+}
+
+// Deliberately no fmod by a zero length (NaN): a single key cycles as if
+// held at its own time.
+TEST_F(CHChannel, SingleKeyCyclesAtItsKey)
+{
+    chTestChannelBuilder::build(*ch, {{3, 4, 0, 0, "$IV + $LT"}});
+    for (CH_ChannelBehavior left : {CH_CHANNEL_CYCLE, CH_CHANNEL_HOLD})
+    {
+        ch->setLeftBehavior(left);
+        ch->setRightBehavior(left == CH_CHANNEL_CYCLE ? CH_CHANNEL_HOLD : CH_CHANNEL_CYCLE);
+        for (float t : {-1.0f, 2.0f, 3.0f, 5.0f, 100.0f})
+        {
+            EXPECT_EQ(at(t), 4.0f) << t;
+            UT_String s;
+            obj.evaluateString(s, ch, t, 0);
+            EXPECT_EQ(s, "4") << t;
+        }
+    }
+    EXPECT_TRUE(obj.errors.empty());
+}
+
 TEST_F(CHChannel, EmptyChannelGivesItsDefaults)
 {
     CH_Channel *empty = obj.addChannel("ty", 3.0f, "1+1"); // the default string is an expression

@@ -239,6 +239,14 @@ TEST_F(CHInterp, QlinearSingleAxisAndFallback)
     EXPECT_NEAR(at(rx, 0.5f), 135.0f, 1e-3);
 }
 
+TEST_F(CHInterp, QlinearWithoutATripleRunsFromInToOut)
+{
+    // "tx" has no "ty" or "tz": (1 - u) in + u out, at a point where
+    // swapping in and out shows (u = 1/4: 2 + 8 / 4).
+    EXPECT_EQ(seg("qlinear()", {0, 2}, {4, 10}, 1), 4.0f);
+    EXPECT_EQ(seg("qlinear()", {0, 2}, {4, 10}, 3), 8.0f);
+}
+
 TEST_F(CHInterp, QlinearTripleIsTheSlerpOfTheEndRotations)
 {
     const UT_Vector3 a(10, 80, -30), b(120, -20, 60);

@@ -6,12 +6,55 @@
 
 #include <support/chTestChannelBuilder.h>
 
+#include <ev/EV_Engine.h>
+
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
 #include <vector>
 
 namespace {
+
+class chErrorCollection : public CH_Collection
+{
+public:
+    using CH_Collection::CH_Collection;
+    void reportError(const char *, int, const char *message) override { errors.push_back(message); }
+    std::vector<std::string> errors;
+};
+
+// Runs work on its own thread and fails when it has not finished within the
+// time given: a guard against hangs, not a speed test. A runaway evaluation
+// cannot be stopped, so the test program ends there.
+template <typename Work>
+void finishesWithin(std::chrono::seconds limit, Work work)
+{
+    std::mutex m;
+    std::condition_variable cv;
+    bool done = false;
+    std::thread worker([&] {
+        work();
+        std::lock_guard<std::mutex> lock(m);
+        done = true;
+        cv.notify_one();
+    });
+    std::unique_lock<std::mutex> lock(m);
+    if (!cv.wait_for(lock, limit, [&] { return done; }))
+    {
+        ADD_FAILURE() << "still evaluating after " << limit.count() << " s";
+        std::fflush(stdout);
+        std::_Exit(1);
+    }
+    lock.unlock();
+    worker.join();
+}
 
 class CHMatch : public ::testing::Test
 {
@@ -24,7 +67,7 @@ protected:
 
     CH_Manager mgr;
     CH_Collection root{&mgr};
-    CH_Collection obj{&mgr, &root, "obj"};
+    chErrorCollection obj{&mgr, &root, "obj"};
     CH_Channel *ch = nullptr;
 };
 
@@ -56,6 +99,19 @@ TEST_F(CHMatch, MiddleSegmentAndGaps)
     // vmatchout on [1, 2] keeps its out 10, slope -2 from 4: 10 + 2 * 0.5.
     keys({{0, 0}, {1, 2, 0, 0, "vmatchout()"}, {2, 10, 0, 0, "match()"}, {4, 6}, {5, 4}});
     EXPECT_FLOAT_EQ(at(1.5f), 11.0f);
+}
+
+// A bezier neighbour's tangent at its end is its out handle's direction,
+// whatever the time cubic's roots there: before 1.5 = 1 + 0.5 * -3, the
+// in handle's direction (-4) gave -1.
+TEST_F(CHMatch, MatchTakesTheBezierTangentAtTheKey)
+{
+    mgr.setSamplesPerSec(24);
+    keys({{0, 0, -4, 0.1f, "bezier()"}, {1, 1, -3, 0.1f, "matchin()"}, {2, 0}});
+    EXPECT_NEAR(at(1.5f), -0.5f, 1e-5);
+    // The mirror image: matchout before a bezier that leaves its key at slope 2.
+    keys({{0, 0}, {1, 1, 0, 0, "matchout()"}, {2, 3, 2, 0.1f, "bezier()"}, {3, 0, 5, 0.1f}});
+    EXPECT_NEAR(at(1.5f), 2.0f, 1e-5); // 3 - 2 * 0.5
 }
 
 TEST_F(CHMatch, FirstAndLastSegments)
@@ -165,6 +221,58 @@ TEST_F(CHMatch, CycleContinuesAcrossBoundaries)
         {
             EXPECT_NEAR(at(mgr.getTime(frame - 1)), 1.2f + n, 1e-3) << frame;
         }
+    }
+}
+
+// A range ending within the tolerance before the last key ends on that key,
+// as the range ending on it does: the constant 1 over [1, 2] replayed from
+// the cycling end segment (in value 3) with no per-cycle offset.
+TEST_F(CHMatch, CycleEndingJustBeforeTheLastKey)
+{
+    for (const char *e : {"cyclet(1, 2)", "cyclet(1, 1.9999)"})
+    {
+        keys({{0, 0}, {1, 1, 0, 0, "constant()"}, {2, 3, 0, 0, e}});
+        ch->setRightBehavior(CH_CHANNEL_EXTEND);
+        for (float t : {2.5f, 4.5f, 10.5f})
+            EXPECT_EQ(at(t), 3.0f) << e << " at " << t;
+        EXPECT_TRUE(obj.errors.empty()) << e << ": " << obj.errors.front();
+    }
+}
+
+// Replays that re-enter themselves without end read the channel three times
+// per nesting level. Once the nesting limit is reached the evaluation ends
+// at once, with one error for the whole of it.
+TEST_F(CHMatch, EndlessReplayStopsAtTheNestingLimit)
+{
+    mgr.setSamplesPerSec(24);
+    struct
+    {
+        std::vector<chTestKey> keys;
+        CH_ChannelBehavior left;
+    } cases[] = {
+        {{{0, 0, 0, 0, "cycle(25, 49)"}, {1, 10, 0, 0, "cycle(1, 25)"}, {2, 5}}, CH_CHANNEL_HOLD},
+        {{{0, 0, 0, 0, "cycle(-47, -23)"}, {1, 10}}, CH_CHANNEL_HOLD},
+    };
+    for (auto &c : cases)
+    {
+        keys(c.keys);
+        ch->setLeftBehavior(c.left);
+        obj.errors.clear();
+        float v = 0, fresh = 0;
+        int pending = -1;
+        finishesWithin(std::chrono::seconds(60), [&] {
+            v = at(0.5f);
+            pending = ev_GetErrNo(0); // reported, so cleared
+            // The next evaluation on the thread starts afresh.
+            ch->setLeftBehavior(CH_CHANNEL_DEFAULT);
+            keys({{0, 0}, {1, 10}});
+            fresh = at(0.5f);
+        });
+        EXPECT_TRUE(std::isfinite(v));
+        EXPECT_EQ(pending, 0);
+        EXPECT_EQ(fresh, 5.0f);
+        ASSERT_EQ(obj.errors.size(), 1u);
+        EXPECT_NE(obj.errors[0].find(ev_GetErrorText(EV_ERRRECURSION)), std::string::npos) << obj.errors[0];
     }
 }
 

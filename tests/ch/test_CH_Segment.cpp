@@ -4,15 +4,19 @@
 #include <ch/channel/CH_Key.h>
 #include <ch/channel/CH_ReversibleKey.h>
 #include <ch/channel/CH_Segment.h>
+#include <ch/expr/CH_ExprFunctions.h>
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_Manager.h>
 
 #include <support/chTestChannelBuilder.h>
 
+#include <ev/EV_Function.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <sstream>
+#include <string>
 
 namespace {
 
@@ -59,6 +63,40 @@ TEST_F(CHSegment, ConstructionAndClassification)
     g.set(CH_SegmentFlags::BEZIER, true);
     g.parseFlag(compact);
     EXPECT_EQ(unsigned(g), unsigned(f));
+}
+
+// Every library function called without arguments has one kind, whose usage
+// bits are its registered record's and whose direct call (if any) is that
+// record's; a segment with the text gets the kind when the text is set.
+TEST_F(CHSegment, KindsAgreeWithTheRegisteredFunctions)
+{
+    int kinds = 0;
+    CH_Segment s(0.0f, &ch, 1.0f);
+    for (EV_FUNCTION **f = CHgetExpressionFunctionTable(); *f; ++f)
+    {
+        std::string text = std::string((*f)->getName()) + "()";
+        const CH_InterpolationKind *kind = CHfindInterpolationKind(text.c_str());
+        bool named = text.find("noise") == std::string::npos && text.find("turb") == std::string::npos &&
+                     text.rfind("eval", 0) != 0;
+        ASSERT_EQ(kind != nullptr, named) << text;
+        if (!kind)
+            continue;
+        ++kinds;
+        EXPECT_STREQ(kind->text, text.c_str());
+        EXPECT_EQ(kind->usage, (*f)->getUserFlags()) << text;
+        EXPECT_EQ(kind->isMatch(), text.find("match") != std::string::npos) << text;
+        if (kind->call.evaluate)
+        {
+            EXPECT_EQ(kind->call.record, *f) << text;
+        }
+        s.changeExpression(text.c_str(), CH_ORVISH);
+        EXPECT_EQ(s.getInterpolationKind(), kind) << text;
+        EXPECT_TRUE(s.expressionIsAnimationFunctionCall()) << text;
+    }
+    EXPECT_EQ(kinds, 23);
+    s.changeExpression("linear( )", CH_ORVISH);
+    EXPECT_EQ(s.getInterpolationKind(), nullptr);
+    EXPECT_FALSE(s.expressionIsAnimationFunctionCall());
 }
 
 TEST_F(CHSegment, LengthsSlopesAndAccels)

@@ -256,6 +256,8 @@ private:
     };
     chEvalSlot &slot(int thread) const { return myEvalSlots.get(thread); }
     float evaluateOutside(float t, bool left, bool ignore_disabled, int thread);
+    /// The local time a cycling behaviour maps t to (0 for a channel of no length).
+    float cycleTime(float t, bool left) const;
     void evaluateStringOutside(UT_String &result, float t, bool left, int thread);
     void evaluateStringAt(UT_String &result, float global_time, int thread);
     template <typename Work> auto withContext(CH_Segment *s, float t, int thread, Work work);

@@ -249,6 +249,18 @@ void CH_Channel::evaluateStringSegment(UT_String &result, CH_Segment *s, float t
 
 // ---- Numeric evaluation -------------------------------------------------------------
 
+float CH_Channel::cycleTime(float t, bool left) const
+{
+    // A single key has nothing to wrap by: fmod would give NaN, which would
+    // poison everything computed from the channel. It is held at its key.
+    if (!(myLength > 0.0f))
+        return 0.0f;
+    float tc = std::fmod(t, myLength);
+    if (left && tc < 0.0f)
+        tc += myLength;
+    return tc;
+}
+
 float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int thread)
 {
     CH_ChannelBehavior behavior = left ? myLeftBehavior : myRightBehavior;
@@ -276,9 +288,7 @@ float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int 
         return evaluateSegment(s, key, false, thread);
     case CH_CHANNEL_CYCLE:
     {
-        float tc = std::fmod(t, myLength);
-        if (left && tc < 0.0f)
-            tc += myLength;
+        float tc = cycleTime(t, left);
         setEvalTime(tc, thread);
         CH_Segment *c = getSegment(tc);
         if (!ignore_disabled)
@@ -455,9 +465,7 @@ void CH_Channel::evaluateStringOutside(UT_String &result, float t, bool left, in
         return;
     case CH_CHANNEL_CYCLE:
     {
-        float tc = std::fmod(t, myLength);
-        if (left && tc < 0.0f)
-            tc += myLength;
+        float tc = cycleTime(t, left);
         setEvalTime(tc, thread);
         evaluateStringSegment(result, getSegment(tc), tc, false, thread);
         return;

@@ -9,7 +9,6 @@
 #include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Manager.h>
 
-#include <ut/UT_SymbolTable.h>
 #include <ut/UT_Thread.h>
 
 #include <cmath>
@@ -196,69 +195,33 @@ void CH_Segment::checkExpression()
 {
     myFlags.set(CH_SegmentFlags::FUNCTION_BITS, false);
     const char *text = getExpression();
-    myInterpolation = text && getExprLanguage() == CH_ORVISH ? CHfindInterpolationCall(text) : nullptr;
+    myKind = CHfindInterpolationKind(text);
+    myInterpolation = myKind && getExprLanguage() == CH_ORVISH ? CHgetInterpolationCall(myKind) : nullptr;
     if (!text)
         return;
-    static const struct
-    {
-        const char *text;
-        unsigned bit;
-    } theWhole[] = {{"constant()", CH_SegmentFlags::CONSTANT}, {"bezier()", CH_SegmentFlags::BEZIER},
-                    {"linear()", CH_SegmentFlags::LINEAR},     {"cubic()", CH_SegmentFlags::CUBIC},
-                    {"ease()", CH_SegmentFlags::EASE},         {"easein()", CH_SegmentFlags::EASEIN},
-                    {"easeout()", CH_SegmentFlags::EASEOUT}};
-    bool found = false;
-    for (const auto &w : theWhole)
-        if (!std::strcmp(text, w.text))
-        {
-            myFlags.set(w.bit, true);
-            found = true;
-            break;
-        }
-    if (!found)
-    {
-        if (!std::strncmp(text, "lock(", 5))
-            myFlags.set(CH_SegmentFlags::LOCKED_SEGMENT, true);
-        else if (!std::strcmp(text, "spline()"))
-            myFlags.set(CH_SegmentFlags::SPLINE, true);
-        else if (!std::strcmp(text, "qlinear()"))
-            myFlags.set(CH_SegmentFlags::QLINEAR, true);
-    }
+    if (myKind)
+        myFlags.set(myKind->segmentFlag, true);
+    else if (!std::strncmp(text, "lock(", 5))
+        myFlags.set(CH_SegmentFlags::LOCKED_SEGMENT, true);
     if (myExpression->isHardwired())
         clearCache();
 }
 
 bool CH_Segment::expressionIsAnimationFunctionCall(const char *text)
 {
-    static const UT_SymbolTable<int> *theNames = [] {
-        auto *table = new UT_SymbolTable<int>;
-        for (const char *name :
-             {"bezier()", "constant()", "cubic()", "cycle()", "cyclet()", "ease()", "easein()",
-              "easeinp()", "easeout()", "easeoutp()", "easep()", "linear()", "match()",
-              "matchin()", "matchout()", "qlinear()", "quintic()", "repeat()", "repeatt()",
-              "spline()", "vmatch()", "vmatchin()", "vmatchout()"})
-            table->addSymbol(name, 1);
-        return table;
-    }();
-    return text && theNames->contains(text);
+    return CHfindInterpolationKind(text) != nullptr;
 }
 
 bool CH_Segment::expressionIsAnimationFunctionCall() const
 {
-    return expressionIsAnimationFunctionCall(getExpression());
+    return myKind != nullptr;
 }
 
 bool CH_Segment::isMatchFunction() const
 {
     if (myExpression && myExpression->isCompiled())
         return (myExpression->getExpressionFlag() & 0x800000u) != 0;
-    const char *text = getExpression();
-    if (!text)
-        return false;
-    for (const char *name : {"matchin()", "matchout()", "match()", "vmatchin()", "vmatchout()", "vmatch()"})
-        if (!std::strcmp(text, name))
-            return true;
-    return false;
+    return myKind && myKind->isMatch();
 }
 
 bool CH_Segment::isDataDependent() const

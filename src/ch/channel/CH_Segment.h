@@ -15,6 +15,7 @@
 
 class CH_Channel;
 struct CH_InterpolationCall;
+struct CH_InterpolationKind;
 class CH_Manager;
 class CH_TimeGroup;
 
@@ -124,6 +125,10 @@ public:
     bool isQCubic() const { return myFlags.has(CH_SegmentFlags::QCUBIC); }
     bool isQuaternion() const { return myFlags.has(CH_SegmentFlags::QLINEAR | CH_SegmentFlags::QCUBIC); }
     bool isMatchFunction() const;
+    /// What the text is when it is exactly an animation function's call
+    /// without arguments ("bezier()", "matchin()", ...), decided when the
+    /// text is set; null for any other text.
+    const CH_InterpolationKind *getInterpolationKind() const { return myKind; }
     bool isDataDependent() const;
     static bool expressionIsAnimationFunctionCall(const char *text);
     bool expressionIsAnimationFunctionCall() const;
@@ -247,6 +252,7 @@ private:
     CH_Segment *myPrev = nullptr;
     CH_Segment *myNext = nullptr;
     CH_TimeGroup *myTimeGroup = nullptr;
+    const CH_InterpolationKind *myKind = nullptr; ///< read by classification and slope sampling
     std::unique_ptr<UT_Vector3[]> myKnots;
     int myNKnots = 0;
     int myFirstCachedSample = 0;

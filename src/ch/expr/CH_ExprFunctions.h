@@ -32,7 +32,46 @@ struct CH_InterpolationCall
     }
 };
 
-/// The direct call for such a text, or null for any other text.
+class CH_Segment;
+
+/// The texts that are exactly a call of one of the library's animation
+/// functions without arguments. A segment classifies its text once, when
+/// it is set (CH_Segment::getInterpolationKind).
+enum class CH_InterpKind : unsigned char
+{
+    Constant, Linear, QLinear, Cubic, Spline, Quintic, Ease, EaseIn, EaseOut, Bezier,
+    MatchIn, MatchOut, Match, VMatchIn, VMatchOut, VMatch,
+    // Called without the arguments they need: animation function calls all
+    // the same, evaluated (and failing) through the engine.
+    EaseP, EaseInP, EaseOutP, Repeat, RepeatT, Cycle, CycleT
+};
+
+/// One row of the table of kinds.
+struct CH_InterpolationKind
+{
+    const char *text;
+    CH_InterpKind kind;
+    /// The CH_SegmentFlags bit the text sets (0 for none).
+    unsigned segmentFlag;
+    /// The usage bits the function's record carries (key numbers read,
+    /// the match bit).
+    unsigned usage;
+    /// The value: the direct call (evaluate null where the engine must run).
+    CH_InterpolationCall call;
+    /// The slope d(value)/d(time) of segment s (length at least 1e-5) at
+    /// local time t, u its parameter clamped into [0, 1] (exactly 0 or 1 at
+    /// a key). Null, or false returned, where there is no exact form.
+    bool (*slope)(const CH_Segment &s, float t, double u, double &slope);
+
+    bool isMatch() const;
+};
+
+/// The kind of a text, or null for any other text.
+const CH_InterpolationKind *CHfindInterpolationKind(const char *text);
+/// The direct call of a kind, or null where it has none (or the library's
+/// functions are not registered yet).
+const CH_InterpolationCall *CHgetInterpolationCall(const CH_InterpolationKind *kind);
+/// The direct call for a text, or null for any other text.
 const CH_InterpolationCall *CHfindInterpolationCall(const char *text);
 
 #endif

@@ -245,7 +245,12 @@ void CH_Collection::evaluationError(const CH_Channel *channel, int err, int thre
 
 void CH_Collection::checkEvaluationError(const CH_Channel *channel, int thread)
 {
-    if (int err = EXPR_theErrNo(thread))
+    int err = EXPR_theErrNo(thread);
+    // A read nested in an evaluation that hit the nesting limit: the error
+    // stays pending, so the outermost read reports it once.
+    if (err == EV_ERRRECURSION && ev_IsUnwinding(thread))
+        return;
+    if (err)
         evaluationError(channel, err, thread);
 }
 

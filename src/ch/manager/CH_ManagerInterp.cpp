@@ -5,9 +5,11 @@
 
 #include <ch/channel/CH_Bezier.h>
 #include <ch/channel/CH_Channel.h>
+#include <ch/channel/CH_InterpMath.h>
 #include <ch/channel/CH_Segment.h>
 #include <ch/channel/CH_SegmentValues.h>
 #include <ch/channel/CH_Spline.h>
+#include <ch/expr/CH_ExprFunctions.h>
 #include <ch/io/CH_Collection.h>
 
 #include <ut/UT_Matrix3.h>
@@ -58,7 +60,7 @@ bool chReadTimes(CH_Collection *collection, chSegmentTimes &s, int thread)
     return true;
 }
 
-enum class chShape { Both, In, Out };
+using chShape = CH_EaseShape;
 
 float chEaseShape(chShape kind, const chSegmentTimes &s)
 {
@@ -66,13 +68,7 @@ float chEaseShape(chShape kind, const chSegmentTimes &s)
     if (chDegenerate(length))
         return 0.5f;
     float u = (s.t - s.start) / length;
-    switch (kind)
-    {
-    case chShape::Both: return 0.5f - 0.5f * std::cos(3.1415927f * u);
-    case chShape::In: return 1.0f - std::cos(u * 1.5707964f);
-    case chShape::Out: return std::sin(u * 1.5707964f);
-    }
-    return 0.0f;
+    return CHeaseShape(kind, u);
 }
 
 float chEased(CH_Collection *collection, chShape kind, int thread)
@@ -107,8 +103,8 @@ float chEaseP(CH_Collection *collection, chShape kind, float p, int thread)
 
 bool chIsSpline(const CH_Segment *s)
 {
-    const char *text = s ? s->getExpression() : nullptr;
-    return text && !std::strcmp(text, "spline()");
+    const CH_InterpolationKind *kind = s ? s->getInterpolationKind() : nullptr;
+    return kind && kind->kind == CH_InterpKind::Spline;
 }
 
 constexpr int theMaxSplineKnots = 500;
@@ -232,9 +228,7 @@ float CH_Manager::evalCubicFunc(int thread)
     float in_slope, out_slope;
     s.slopes(in_slope, out_slope);
     float u = (s.t - s.start) / length;
-    float a = length * in_slope;
-    float b = (in_slope + out_slope) * length + 2.0f * (s.in - s.out);
-    return (((s.out - s.in - a - b) + b * u) * u + a) * u + s.in;
+    return CHhermiteCubic(s.in, in_slope, s.out, out_slope, length, u);
 }
 
 float CH_Manager::evalQuinticFunc(int thread)
@@ -248,17 +242,8 @@ float CH_Manager::evalQuinticFunc(int thread)
     float si, so, ai, ao;
     s.slopes(si, so);
     s.accels(ai, ao);
-    // Accels are second-derivative values scaled by the length once.
-    float a = si * length;
-    float c = 0.5f * ai * length;
-    float d = s.out - s.in - a - c;
-    float e = so * length - a - ai * length;
-    float f = ao * length - ai * length;
-    float c5 = 0.5f * (f - 6.0f * e + 12.0f * d);
-    float c4 = 0.25f * (f - 2.0f * e - 10.0f * c5);
-    float c3 = d - c4 - c5;
     float u = (s.t - s.start) / length;
-    return s.in + u * (a + u * (c + u * (c3 + u * (c4 + u * c5))));
+    return CH_Quintic<float>(s.in, s.out, si, so, ai, ao, length).value(u);
 }
 
 float CH_Manager::evalEaseFunc(int thread) { return chEased(getEvalCollection(thread), chShape::Both, thread); }

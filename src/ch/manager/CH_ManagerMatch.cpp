@@ -3,6 +3,7 @@
 #include "CH_Manager.h"
 
 #include <ch/channel/CH_Channel.h>
+#include <ch/channel/CH_InterpMath.h>
 #include <ch/channel/CH_Segment.h>
 #include <ch/io/CH_Collection.h>
 
@@ -46,14 +47,6 @@ float lookup(chGlue &g, bool backward, int thread, float &time, float &value)
     time = backward ? s->getEnd() : s->getStart();
     g.channel->sampleValueSlope(s, time + g.channel->getStart(), thread, value, slope);
     return slope;
-}
-
-// The Hermite cubic of the cubic() function.
-float hermite(float in, float si, float out, float so, float length, float u)
-{
-    float a = length * si;
-    float b = (si + so) * length + 2.0f * (in - out);
-    return (((out - in - a - b) + b * u) * u + a) * u + in;
 }
 
 } // namespace
@@ -122,7 +115,7 @@ float matchCommon(CH_Manager &mgr, int thread, bool carry_values)
         in = vp + (g.start - tp) * sp;
         out = vn - (tn - g.end) * sn;
     }
-    return hermite(in, sp, out, sn, length, (g.t - g.start) / length);
+    return CHhermiteCubic(in, sp, out, sn, length, (g.t - g.start) / length); // cubic()'s
 }
 
 } // namespace
@@ -202,9 +195,16 @@ float valueAt(chGlue &g, float x, int thread)
 // that ends there, at its end. Each cycle ends there.
 float leftLimitAt(chGlue &g, float x, int thread)
 {
+    float tol = g.channel->getTolerance();
     CH_Segment *s = g.channel->getSegment(x);
+    // Just before the last key the search answers with the last list
+    // segment, yet the channel hands that time to the end segment (the right
+    // behaviour): the key is the end segment's start all the same.
+    CH_Segment *last = g.channel->getEndSegment();
+    if (s && last && s->getNext() == last && std::fabs(last->getStart() - x) <= tol)
+        s = last;
     CH_Segment *prev = s ? s->getPrev() : nullptr;
-    if (prev && std::fabs(s->getStart() - x) <= g.channel->getTolerance())
+    if (prev && std::fabs(s->getStart() - x) <= tol)
     {
         float end = prev->getEnd();
         return segmentAt(g, prev, x < end ? x : end, thread);
