@@ -9,6 +9,7 @@
 #include <ut/UT_String.h>
 #include <ut/UT_Vector3.h>
 
+#include <atomic>
 #include <vector>
 #include <memory>
 #include <optional>
@@ -16,6 +17,7 @@
 class CH_Channel;
 struct CH_InterpolationCall;
 class CH_Manager;
+class CH_SplineRun;
 class CH_TimeGroup;
 
 /// One interval of a channel: it starts at a key and lasts `length`
@@ -152,6 +154,18 @@ public:
     int getNKnots() const { return myNKnots; }
     void setSplineKnots(const UT_Vector3 *knots, int n);
 
+    // ---- Spline run cache ----------------------------------------------------------
+    /// The shared spline of the run of "spline()" segments this one belongs
+    /// to, once an evaluation has built it; null otherwise. Whatever could
+    /// change the run's curve drops it: setModified (which reaches the spline
+    /// neighbours), new times, new links.
+    const CH_SplineRun *getSplineRun() const { return mySplineRun.load(std::memory_order_acquire); }
+    /// Keeps a reference to `run` unless the segment holds one already
+    /// (evaluations on other threads may have built the same run first).
+    void offerSplineRun(const CH_SplineRun *run) const;
+    /// Forgets the run (editing thread only, like every edit).
+    void dropSplineRun();
+
     // ---- Links -------------------------------------------------------------------
     CH_Channel *getChannel() const { return myChannel; }
     void setChannel(CH_Channel *channel) { myChannel = channel; }
@@ -159,6 +173,9 @@ public:
     CH_Segment *getNext() const { return myNext; }
     void setPrevNext(CH_Segment *prev, CH_Segment *next)
     {
+        // Other neighbours may make another run; the channel relinks every
+        // segment after any change of its list.
+        dropSplineRun();
         myPrev = prev;
         myNext = next;
     }
@@ -249,6 +266,8 @@ private:
     int myNKnots = 0;
     int myFirstCachedSample = 0;
     std::vector<float> myCache; ///< small: grows one segment's samples at either end
+    /// Written by evaluations (once, from null), cleared by edits.
+    mutable std::atomic<const CH_SplineRun *> mySplineRun{nullptr};
 };
 
 #endif
