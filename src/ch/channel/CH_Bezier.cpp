@@ -40,12 +40,15 @@ Handle handleFrom(float slope, float accel, float length)
 }
 
 // The u in [0, 1] where a time cubic that rises from 0 at u = 0 to 'length'
-// at u = 1 (a = 0 in power form) reaches tau. Newton steps from the
-// straight-line guess, inside a bracket that shrinks around the root; a step
-// that would leave the bracket, or that is not under half the step before
-// last (Newton crawls past a flat point), is a bisection instead. Works in
-// double on the float coefficients, so the root is as exact as a float
-// parameter can hold.
+// at u = 1 (a = 0 in power form) reaches tau. Halley steps (Newton's with
+// the curvature, so the error cubes each step) from the straight-line
+// guess, inside a bracket that shrinks around the root; a step that would
+// leave the bracket, or that is not under half the step before last (as at
+// a flat point, where every such method crawls), is a bisection instead.
+// Works in double on the float coefficients, so the root is as exact as a
+// float parameter can hold: it stops once a Halley step is tiny and far
+// below the previous one (fast convergence, so the error left is about its
+// cube), or when any step is below 1e-12.
 float risingParameter(const CH_Cubic &cubic, float tau, float length)
 {
     if (!(tau > 0.0f))
@@ -66,19 +69,24 @@ float risingParameter(const CH_Cubic &cubic, float tau, float length)
         else
             break;
         double slope = (3.0 * d * u + 2.0 * c) * u + b;
+        double bend = 6.0 * d * u + 2.0 * c;
+        double halley = 2.0 * f * slope / (2.0 * slope * slope - f * bend);
         double before = previous;
         previous = step;
-        if (((u - hi) * slope - f) * ((u - lo) * slope - f) > 0.0 || std::fabs(2.0 * f) > std::fabs(before * slope))
+        double next = u - halley;
+        if (!(next > lo && next < hi) || std::fabs(halley) > 0.5 * std::fabs(before))
         {
             step = 0.5 * (hi - lo);
             u = lo + step;
         }
         else
         {
-            step = f / slope;
-            u -= step;
+            step = halley;
+            u = next;
+            if (std::fabs(step) < 1e-6 && std::fabs(step) < 1e-3 * std::fabs(previous))
+                break;
         }
-        if (std::fabs(step) < 1e-10)
+        if (std::fabs(step) < 1e-12)
             break;
     }
     return static_cast<float>(u);
