@@ -175,6 +175,12 @@ TEST(CHSpline, HermiteThroughKnots)
     load({{0, 1}, {0, 2}, {1, 3}});
     EXPECT_FLOAT_EQ(s.evaluate(0.5f), 2.625f);
     EXPECT_EQ(s.evaluate(0), 1.0f);
+    // A hint only saves the search: right, wrong or out of range, the value
+    // is the searched one, also on knots and at equal knot times.
+    load({{0, 1}, {0, 2}, {1, 3}, {2.5f, -1}, {3, 0}});
+    for (float t : {-1.0f, 0.0f, 0.25f, 1.0f, 1.5f, 2.5f, 2.75f, 3.0f, 4.0f})
+        for (int hint : {-1, 0, 1, 2, 3, 4, 99})
+            EXPECT_EQ(s.evaluate(t, hint), s.evaluate(t)) << t << " " << hint;
 }
 
 TEST_F(CHInterp, SplineRuns)

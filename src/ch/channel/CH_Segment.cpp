@@ -161,10 +161,13 @@ void CH_Segment::setSplineKnots(const UT_Vector3 *knots, int n)
     myNKnots = n;
 }
 
-void CH_Segment::offerSplineRun(const CH_SplineRun *run) const
+void CH_Segment::offerSplineRun(const CH_SplineRun *run, int knot) const
 {
     if (!run || mySplineRun.load(std::memory_order_acquire))
         return;
+    // Before the run is published: whoever sees the run sees this index, or
+    // the same one from a racing thread.
+    mySplineKnot.store(knot, std::memory_order_relaxed);
     run->retain();
     const CH_SplineRun *none = nullptr;
     if (!mySplineRun.compare_exchange_strong(none, run, std::memory_order_acq_rel, std::memory_order_acquire))

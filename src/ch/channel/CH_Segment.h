@@ -160,9 +160,13 @@ public:
     /// change the run's curve drops it: setModified (which reaches the spline
     /// neighbours), new times, new links.
     const CH_SplineRun *getSplineRun() const { return mySplineRun.load(std::memory_order_acquire); }
-    /// Keeps a reference to `run` unless the segment holds one already
-    /// (evaluations on other threads may have built the same run first).
-    void offerSplineRun(const CH_SplineRun *run) const;
+    /// The index of this segment's start among the run's knots, as offered
+    /// with the run (a hint: -1 when unknown).
+    int getSplineKnot() const { return mySplineKnot.load(std::memory_order_relaxed); }
+    /// Keeps a reference to `run`, with the segment's knot index, unless the
+    /// segment holds one already (evaluations on other threads may have built
+    /// the same run first; theirs has the same knots).
+    void offerSplineRun(const CH_SplineRun *run, int knot) const;
     /// Forgets the run (editing thread only, like every edit).
     void dropSplineRun();
 
@@ -268,6 +272,7 @@ private:
     std::vector<float> myCache; ///< small: grows one segment's samples at either end
     /// Written by evaluations (once, from null), cleared by edits.
     mutable std::atomic<const CH_SplineRun *> mySplineRun{nullptr};
+    mutable std::atomic<int> mySplineKnot{-1};
 };
 
 #endif

@@ -27,6 +27,10 @@ public:
     /// Computes the tangents; call after the last addKnot.
     void initialize();
     float evaluate(float t) const;
+    /// The same value, trying knot interval `hint` (from knot hint to
+    /// hint + 1) before searching: a caller that knows where t lies skips
+    /// the search. Any hint is safe.
+    float evaluate(float t, int hint) const;
 
     void setSlopes(float in_slope, float out_slope) { myInSlope = in_slope; myOutSlope = out_slope; }
     void useSlopes(int on) { myUseSlopes = on != 0; }
@@ -40,6 +44,8 @@ public:
     static CH_Spline &forThisThread();
 
 private:
+    float hermite(std::size_t i, float t) const;
+
     std::vector<float> myTimes;
     std::vector<float> myValues;
     std::vector<float> myTangents;

@@ -354,19 +354,20 @@ float CH_Manager::evalSplineFunc(int thread)
         return spline.evaluate(t);
     }
     if (const CH_SplineRun *run = s->getSplineRun())
-        return run->evaluate(t);
+        return run->evaluate(t, s->getSplineKnot());
     // Built once and handed to every segment of the run, those past the knot
     // limit too; threads racing here build equal runs and keep the first.
     auto *run = new CH_SplineRun;
     CH_Segment *start = chSplineRunStart(channel, s);
     chGatherSplineKnots(channel, start, *run);
-    for (CH_Segment *r = start;; r = r->getNext())
+    int knot = 0;
+    for (CH_Segment *r = start;; r = r->getNext(), ++knot)
     {
-        r->offerSplineRun(run);
+        r->offerSplineRun(run, knot);
         if (!chSplineRunContinues(channel, r))
             break;
     }
-    s->offerSplineRun(run); // the end segment, which the run does not list
+    s->offerSplineRun(run, -1); // the end segment, which the run does not list
     float value = run->evaluate(t);
     run->release();
     return value;
