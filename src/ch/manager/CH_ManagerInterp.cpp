@@ -341,11 +341,14 @@ void chGatherSplineKnots(CH_Channel *channel, CH_Segment *s, CH_Spline &spline)
 float CH_Manager::evalSplineFunc(int thread)
 {
     CH_Collection *collection = getEvalCollection(thread);
-    CH_Channel *channel = collection ? collection->getEvalChannel(thread) : nullptr;
-    CH_Segment *s = channel ? channel->getEvaluationSegment(thread) : nullptr;
+    float t = 0.0f;
+    CH_Segment *s = collection ? collection->getGlueSegment(t, thread) : nullptr;
     if (!s)
         return 0.0f;
-    float t = channel->getLocalTime(thread);
+    if (s->isSpline())
+        if (const CH_SplineRun *run = s->getSplineRun())
+            return run->evaluate(t, s->getSplineKnot());
+    CH_Channel *channel = collection->getEvalChannel(thread);
     if (!s->isSpline())
     {
         // spline() inside a larger expression: rare, gathered every time.
@@ -353,8 +356,6 @@ float CH_Manager::evalSplineFunc(int thread)
         chGatherSplineKnots(channel, chSplineRunStart(channel, s), spline);
         return spline.evaluate(t);
     }
-    if (const CH_SplineRun *run = s->getSplineRun())
-        return run->evaluate(t, s->getSplineKnot());
     // Built once and handed to every segment of the run, those past the knot
     // limit too; threads racing here build equal runs and keep the first.
     auto *run = new CH_SplineRun;
