@@ -49,4 +49,52 @@ TEST(CHSplineConcurrency, EachThreadGathersIntoItsOwnSpline)
     EXPECT_EQ(failures.load(), 0);
 }
 
+// A run's spline is built by whichever evaluations first find it missing,
+// then shared. Threads start together on a cold run, which each edit
+// between rounds drops again; every value must match a twin channel
+// evaluated on this thread alone.
+TEST(CHSplineConcurrency, ColdRunsBuiltByRacingThreads)
+{
+    CH_Manager manager;
+    manager.setContext();
+    CH_Collection obj(&manager, nullptr, "obj");
+    CH_Channel *shared = obj.addChannel("shared"), *twin = obj.addChannel("twin");
+    std::vector<chTestKey> k;
+    for (int i = 0; i < 200; ++i)
+        k.push_back({0.5f * i, float((i * 37) % 11) - 5.0f, 0, 0, "spline()"});
+    chTestChannelBuilder::build(*shared, k);
+    chTestChannelBuilder::build(*twin, k);
+
+    const int threads = 6, samples = 300;
+    for (int round = 0; round < 4; ++round)
+    {
+        if (round) // the same edit on both: the shared channel's run is dropped
+            for (CH_Channel *c : {shared, twin})
+                c->getSegment(unsigned(40 * round))->setInValue(3.0f * round, false);
+        std::vector<float> times, expected;
+        for (int i = 0; i < samples; ++i)
+        {
+            times.push_back(std::fmod(0.37f * i * (round + 1), 99.5f));
+            expected.push_back(obj.evaluate(twin, times.back(), false, 0));
+        }
+        std::atomic<int> ready{0}, mismatches{0};
+        std::vector<std::thread> pool;
+        for (int i = 0; i < threads; ++i)
+            pool.emplace_back([&, i] {
+                ready.fetch_add(1);
+                while (ready.load() < threads)
+                    std::this_thread::yield();
+                for (int j = 0; j < samples; ++j)
+                {
+                    int s = (j + 47 * i) % samples;
+                    if (obj.evaluate(shared, times[s], false, 0) != expected[s])
+                        mismatches.fetch_add(1);
+                }
+            });
+        for (auto &t : pool)
+            t.join();
+        EXPECT_EQ(mismatches.load(), 0) << "round " << round;
+    }
+}
+
 } // namespace

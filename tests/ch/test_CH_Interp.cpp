@@ -12,7 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -172,6 +175,12 @@ TEST(CHSpline, HermiteThroughKnots)
     load({{0, 1}, {0, 2}, {1, 3}});
     EXPECT_FLOAT_EQ(s.evaluate(0.5f), 2.625f);
     EXPECT_EQ(s.evaluate(0), 1.0f);
+    // A hint only saves the search: right, wrong or out of range, the value
+    // is the searched one, also on knots and at equal knot times.
+    load({{0, 1}, {0, 2}, {1, 3}, {2.5f, -1}, {3, 0}});
+    for (float t : {-1.0f, 0.0f, 0.25f, 1.0f, 1.5f, 2.5f, 2.75f, 3.0f, 4.0f})
+        for (int hint : {-1, 0, 1, 2, 3, 4, 99})
+            EXPECT_EQ(s.evaluate(t, hint), s.evaluate(t)) << t << " " << hint;
 }
 
 TEST_F(CHInterp, SplineRuns)
@@ -199,6 +208,108 @@ TEST_F(CHInterp, SplineRuns)
     EXPECT_FLOAT_EQ(at(ch, 498.5f), 498.5f);
     ramp(600);
     EXPECT_FLOAT_EQ(at(ch, 550.5f), 499.0f);
+}
+
+// The knots of the spline run around list segment i, gathered here from the
+// segments' numbers: (start, in value) per spline segment of the run, then the
+// last one's (end, out value).
+std::vector<std::pair<float, float>> chRunKnots(const CH_Channel &c, int i)
+{
+    int n = c.getNKeys() - 1;
+    auto spline = [&](int k) { return !std::strcmp(c.getSegment(unsigned(k))->getExpression(), "spline()"); };
+    int a = i, b = i;
+    while (a > 0 && spline(a - 1))
+        --a;
+    while (b + 1 < n && spline(b + 1))
+        ++b;
+    std::vector<std::pair<float, float>> knots;
+    for (int k = a; k <= b; ++k)
+        knots.emplace_back(c.getSegment(unsigned(k))->getStart(), c.getSegment(unsigned(k))->getInValue());
+    knots.emplace_back(c.getSegment(unsigned(b))->getEnd(), c.getSegment(unsigned(b))->getOutValue());
+    return knots;
+}
+
+// Catmull-Rom-like Hermite in double: centred differences inside, one-sided
+// ones at the ends.
+double chHermite(const std::vector<std::pair<float, float>> &k, double t)
+{
+    std::size_t n = k.size(), i = 0;
+    while (i + 2 < n && t >= k[i + 1].first)
+        ++i;
+    auto tangent = [&](std::size_t j) {
+        std::size_t a = j ? j - 1 : 0, b = j + 1 < n ? j + 1 : n - 1;
+        return (double(k[b].second) - k[a].second) / (double(k[b].first) - k[a].first);
+    };
+    double h = double(k[i + 1].first) - k[i].first, s = (t - k[i].first) / h;
+    return (2 * s * s * s - 3 * s * s + 1) * k[i].second + (s * s * s - 2 * s * s + s) * h * tangent(i) +
+           (3 * s * s - 2 * s * s * s) * k[i + 1].second + (s * s * s - s * s) * h * tangent(i + 1);
+}
+
+// A run's spline is built once and kept by its segments; every edit that can
+// change the curve must drop it, also on spline neighbours of the edited
+// segment. Each case warms the whole channel, edits it, then checks a probe
+// segment against the run the edited channel has (bit for bit through
+// CH_Spline, and independently in double).
+TEST_F(CHInterp, SplineRunFollowsEveryEdit)
+{
+    const char *sp = "spline()";
+    struct Case
+    {
+        const char *what;
+        int probe; // list segment evaluated after the edit
+        std::function<void(CH_Channel &)> edit;
+    };
+    const Case cases[] = {
+        {"in value two segments on", 1, [](CH_Channel &c) { c.getSegment(3u)->setInValue(9, false); }},
+        {"in value of the segment before", 4, [](CH_Channel &c) { c.getSegment(3u)->setInValue(-7, false); }},
+        {"the run's final knot", 5, [](CH_Channel &c) { c.getSegment(6u)->setOutValue(12, false); }},
+        {"a segment turned linear ends the run", 2,
+         [](CH_Channel &c) { c.getSegment(3u)->changeExpression("linear()", CH_ORVISH); }},
+        {"a segment removed", 1,
+         [](CH_Channel &c) { chTestChannelBuilder::removeSegment(c, c.getSegment(3u)); }},
+        {"a segment lengthened", 3,
+         [](CH_Channel &c) {
+             c.getSegment(2u)->changeLength(2.5f);
+             c.adjustSegmentTimes(true);
+         }},
+    };
+    const float times[] = {0, 1, 2.5f, 3, 4.5f, 5, 6, 7.5f};
+    const float values[] = {0, 3, -1, 4, 2, 6, 1, 5};
+    for (const Case &c : cases)
+    {
+        SCOPED_TRACE(c.what);
+        std::vector<chTestKey> k;
+        for (int i = 0; i < 8; ++i)
+            k.push_back({times[i], values[i], 0, 0, sp});
+        keys(ch, k);
+        for (float t = 0; t <= 7.5f; t += 0.125f) // every run built and kept
+            at(ch, t);
+        auto probe_times = [&] {
+            const CH_Segment *s = ch->getSegment(unsigned(c.probe));
+            float a = s->getStart(), l = s->getLength();
+            return std::vector<float>{a + 0.2f * l, a + 0.5f * l, a + 0.9f * l};
+        };
+        std::vector<double> before;
+        for (float t : probe_times())
+            before.push_back(chHermite(chRunKnots(*ch, c.probe), t));
+        c.edit(*ch);
+        std::vector<std::pair<float, float>> knots = chRunKnots(*ch, c.probe);
+        CH_Spline exact;
+        for (auto [t, v] : knots)
+            exact.addKnot(t, v);
+        exact.initialize();
+        std::vector<float> after = probe_times();
+        double moved = 0;
+        for (std::size_t i = 0; i < after.size(); ++i)
+        {
+            float t = after[i];
+            double model = chHermite(knots, t);
+            moved = std::max(moved, std::fabs(model - before[i]));
+            EXPECT_EQ(at(ch, t), exact.evaluate(t)) << t;
+            EXPECT_NEAR(at(ch, t), model, 1e-4 * (1 + std::fabs(model))) << t;
+        }
+        EXPECT_GT(moved, 0.1) << "the edit must move the curve on the probe";
+    }
 }
 
 // The matrix of Euler angles in degrees.

@@ -39,6 +39,59 @@ Handle handleFrom(float slope, float accel, float length)
     return h;
 }
 
+// The u in [0, 1] where a time cubic that rises from 0 at u = 0 to 'length'
+// at u = 1 (a = 0 in power form) reaches tau. Halley steps (Newton's with
+// the curvature, so the error cubes each step) from the straight-line
+// guess, inside a bracket that shrinks around the root; a step that would
+// leave the bracket, or that is not under half the step before last (as at
+// a flat point, where every such method crawls), is a bisection instead.
+// Works in double on the float coefficients, so the root is as exact as a
+// float parameter can hold: it stops once a Halley step is tiny and far
+// below the previous one (fast convergence, so the error left is about its
+// cube), or when any step is below 1e-12.
+float risingParameter(const CH_Cubic &cubic, float tau, float length)
+{
+    if (!(tau > 0.0f))
+        return 0.0f;
+    if (!(tau < length))
+        return 1.0f;
+    const double b = cubic.myB, c = cubic.myC, d = cubic.myD, v = tau;
+    double lo = 0.0, hi = 1.0;
+    double u = v / length;
+    double step = 1.0, previous = 1.0;
+    for (int i = 0; i < 100; ++i)
+    {
+        double f = ((d * u + c) * u + b) * u - v;
+        if (f < 0.0)
+            lo = u;
+        else if (f > 0.0)
+            hi = u;
+        else
+            break;
+        double slope = (3.0 * d * u + 2.0 * c) * u + b;
+        double bend = 6.0 * d * u + 2.0 * c;
+        double halley = 2.0 * f * slope / (2.0 * slope * slope - f * bend);
+        double before = previous;
+        previous = step;
+        double next = u - halley;
+        if (!(next > lo && next < hi) || std::fabs(halley) > 0.5 * std::fabs(before))
+        {
+            step = 0.5 * (hi - lo);
+            u = lo + step;
+        }
+        else
+        {
+            step = halley;
+            u = next;
+            if (std::fabs(step) < 1e-6 && std::fabs(step) < 1e-3 * std::fabs(previous))
+                break;
+        }
+        if (std::fabs(step) < 1e-12)
+            break;
+    }
+    return static_cast<float>(u);
+}
+
 void handleValues(float dt, float dv, float &slope, float &accel)
 {
     slope = dt != 0.0f ? dv / dt : 0.0f;
@@ -101,6 +154,12 @@ float CH_Bezier::timeToParametric(float t) const
     const float local[4] = {0.0f, myX[1] - x0, myX[2] - x0, myX[3] - x0};
     CH_Cubic time;
     getCubicFromCVs(local, time);
+    // Handles that stay within the keys (init's curves and their splits)
+    // make time rise over the curve: one root, which a bracketed Newton
+    // search finds at a fraction of a general cubic solve's cost.
+    float length = local[3];
+    if (length > 0.0f && local[1] >= 0.0f && local[1] <= length && local[2] >= 0.0f && local[2] <= length)
+        return risingParameter(time, t - x0, length);
     return time.reverseEvalP(t - x0);
 }
 

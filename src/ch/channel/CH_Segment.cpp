@@ -3,6 +3,7 @@
 #include <ch/channel/CH_Channel.h>
 #include <ch/channel/CH_Key.h>
 #include <ch/channel/CH_SegmentValues.h>
+#include <ch/channel/CH_Spline.h>
 #include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/io/CH_Collection.h>
@@ -121,6 +122,7 @@ CH_Segment &CH_Segment::operator=(const CH_Segment &from)
     setSplineKnots(from.myKnots.get(), from.myNKnots);
     myPrev = myNext = nullptr;
     clearCache(); // samples of what this segment was
+    dropSplineRun();
     return *this;
 }
 
@@ -129,6 +131,7 @@ CH_Segment::~CH_Segment()
     // Time groups hold their segments by entry; leaving one comes with
     // time-group entries.
     myTimeGroup = nullptr;
+    dropSplineRun();
 }
 
 void CH_Segment::setExpressionText(const char *text, CH_ExprLanguage language)
@@ -155,6 +158,25 @@ void CH_Segment::setSplineKnots(const UT_Vector3 *knots, int n)
     for (int i = 0; i < n; ++i)
         myKnots[i] = knots[i];
     myNKnots = n;
+}
+
+void CH_Segment::offerSplineRun(const CH_SplineRun *run, int knot) const
+{
+    if (!run || mySplineRun.load(std::memory_order_acquire))
+        return;
+    // Before the run is published: whoever sees the run sees this index, or
+    // the same one from a racing thread.
+    mySplineKnot.store(knot, std::memory_order_relaxed);
+    run->retain();
+    const CH_SplineRun *none = nullptr;
+    if (!mySplineRun.compare_exchange_strong(none, run, std::memory_order_acq_rel, std::memory_order_acquire))
+        run->release(); // another thread's copy of the same run got here first
+}
+
+void CH_Segment::dropSplineRun()
+{
+    if (const CH_SplineRun *run = mySplineRun.exchange(nullptr, std::memory_order_acq_rel))
+        run->release();
 }
 
 CH_Manager *CH_Segment::getManager() const
@@ -641,6 +663,8 @@ void CH_Segment::changeTimes(float start, float end)
     float tol = getTolerance();
     if (!(std::fabs(start - myStart) <= tol && std::fabs(end - myEnd) <= tol))
         clearCache();
+    if (start != myStart || end != myEnd)
+        dropSplineRun(); // knots move even within the tolerance
     myStart = start;
     myEnd = end;
 }
@@ -697,17 +721,21 @@ void CH_Segment::setModified(int on)
     if (!on)
         return;
     clearCache();
+    dropSplineRun();
     if (!isSpline())
         return;
-    // A spline's curve depends on its spline neighbours.
+    // A spline's curve depends on its spline neighbours, and they share
+    // its run.
     for (CH_Segment *s = myPrev; s && s != this && s->isSpline(); s = s->myPrev)
     {
         s->clearCache();
+        s->dropSplineRun();
         s->myFlags.set(CH_SegmentFlags::MODIFIED, true);
     }
     for (CH_Segment *s = myNext; s && s != this && s->isSpline(); s = s->myNext)
     {
         s->clearCache();
+        s->dropSplineRun();
         s->myFlags.set(CH_SegmentFlags::MODIFIED, true);
     }
 }

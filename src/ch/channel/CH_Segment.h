@@ -9,6 +9,7 @@
 #include <ut/UT_String.h>
 #include <ut/UT_Vector3.h>
 
+#include <atomic>
 #include <vector>
 #include <memory>
 #include <optional>
@@ -17,6 +18,7 @@ class CH_Channel;
 struct CH_InterpolationCall;
 struct CH_InterpolationKind;
 class CH_Manager;
+class CH_SplineRun;
 class CH_TimeGroup;
 
 /// One interval of a channel: it starts at a key and lasts `length`
@@ -159,6 +161,22 @@ public:
     int getNKnots() const { return myNKnots; }
     void setSplineKnots(const UT_Vector3 *knots, int n);
 
+    // ---- Spline run cache ----------------------------------------------------------
+    /// The shared spline of the run of "spline()" segments this one belongs
+    /// to, once an evaluation has built it; null otherwise. Whatever could
+    /// change the run's curve drops it: setModified (which reaches the spline
+    /// neighbours), new times, new links.
+    const CH_SplineRun *getSplineRun() const { return mySplineRun.load(std::memory_order_acquire); }
+    /// The index of this segment's start among the run's knots, as offered
+    /// with the run (a hint: -1 when unknown).
+    int getSplineKnot() const { return mySplineKnot.load(std::memory_order_relaxed); }
+    /// Keeps a reference to `run`, with the segment's knot index, unless the
+    /// segment holds one already (evaluations on other threads may have built
+    /// the same run first; theirs has the same knots).
+    void offerSplineRun(const CH_SplineRun *run, int knot) const;
+    /// Forgets the run (editing thread only, like every edit).
+    void dropSplineRun();
+
     // ---- Links -------------------------------------------------------------------
     CH_Channel *getChannel() const { return myChannel; }
     void setChannel(CH_Channel *channel) { myChannel = channel; }
@@ -166,6 +184,9 @@ public:
     CH_Segment *getNext() const { return myNext; }
     void setPrevNext(CH_Segment *prev, CH_Segment *next)
     {
+        // Other neighbours may make another run; the channel relinks every
+        // segment after any change of its list.
+        dropSplineRun();
         myPrev = prev;
         myNext = next;
     }
@@ -257,6 +278,9 @@ private:
     int myNKnots = 0;
     int myFirstCachedSample = 0;
     std::vector<float> myCache; ///< small: grows one segment's samples at either end
+    /// Written by evaluations (once, from null), cleared by edits.
+    mutable std::atomic<const CH_SplineRun *> mySplineRun{nullptr};
+    mutable std::atomic<int> mySplineKnot{-1};
 };
 
 #endif

@@ -52,6 +52,26 @@ float CH_Spline::evaluate(float t) const
     // t[i] <= t < t[i + 1], so the interval has a positive length.
     std::size_t i = static_cast<std::size_t>(
         std::distance(myTimes.begin(), std::upper_bound(myTimes.begin(), myTimes.end(), t)) - 1);
+    return hermite(i, t);
+}
+
+float CH_Spline::evaluate(float t, int hint) const
+{
+    if (myTimes.empty())
+        return 0.0f;
+    if (!(t > myTimes.front()))
+        return myValues.front();
+    if (!(t < myTimes.back()))
+        return myValues.back();
+    // The interval the search would find: the last knot at or before t.
+    std::size_t i = static_cast<std::size_t>(hint);
+    if (hint >= 0 && i + 1 < myTimes.size() && myTimes[i] <= t && t < myTimes[i + 1])
+        return hermite(i, t);
+    return evaluate(t);
+}
+
+float CH_Spline::hermite(std::size_t i, float t) const
+{
     // Without initialize() the tangents are taken as 0.
     float m0 = i + 1 < myTangents.size() ? myTangents[i] : 0.0f;
     float m1 = i + 1 < myTangents.size() ? myTangents[i + 1] : 0.0f;

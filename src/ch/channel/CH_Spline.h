@@ -1,6 +1,7 @@
 #ifndef CH_SPLINE_H
 #define CH_SPLINE_H
 
+#include <atomic>
 #include <vector>
 
 /// A cubic Hermite spline through knots (time, value), parameterised by
@@ -15,8 +16,8 @@
 /// the first knot and after the last the end values hold; one knot gives
 /// its value everywhere, none gives 0.
 ///
-/// One object is not for concurrent use: the interpolation functions keep
-/// one per thread (forThisThread()).
+/// One object is not for concurrent use while its knots change; once
+/// initialized, evaluate() may run on several threads at once.
 class CH_Spline
 {
 public:
@@ -26,6 +27,10 @@ public:
     /// Computes the tangents; call after the last addKnot.
     void initialize();
     float evaluate(float t) const;
+    /// The same value, trying knot interval `hint` (from knot hint to
+    /// hint + 1) before searching: a caller that knows where t lies skips
+    /// the search. Any hint is safe.
+    float evaluate(float t, int hint) const;
 
     void setSlopes(float in_slope, float out_slope) { myInSlope = in_slope; myOutSlope = out_slope; }
     void useSlopes(int on) { myUseSlopes = on != 0; }
@@ -39,6 +44,8 @@ public:
     static CH_Spline &forThisThread();
 
 private:
+    float hermite(std::size_t i, float t) const;
+
     std::vector<float> myTimes;
     std::vector<float> myValues;
     std::vector<float> myTangents;
@@ -46,6 +53,25 @@ private:
     float myOutSlope = 0.0f;
     float myTension = 0.0f;
     bool myUseSlopes = false;
+};
+
+/// The spline of one run of "spline()" segments, built once and then only
+/// read. Every segment of the run holds a reference (CH_Segment's spline run
+/// cache), so an evaluation anywhere on the run finds it without gathering
+/// the knots again. Created with one reference, its builder's.
+class CH_SplineRun : public CH_Spline
+{
+public:
+    void retain() const { myRefs.fetch_add(1, std::memory_order_relaxed); }
+    /// Deletes the run with its last reference.
+    void release() const
+    {
+        if (myRefs.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+private:
+    mutable std::atomic<int> myRefs{1};
 };
 
 #endif

@@ -141,7 +141,10 @@ private:
     UT_String myEvalChannelName;
     UT_PtrArray<CH_Channel *> myChannels;
     CH_ExprLanguage myExprLanguage = CH_ORVISH;
-    mutable UT_ThreadSlots<chEvalSlot> myEvalSlots;
+    /// Every evaluation writes its thread's slot, and threads often evaluate
+    /// channels of one collection side by side: a cache line per slot keeps
+    /// them from contending for one line.
+    mutable UT_ThreadSlots<chEvalSlot, 64> myEvalSlots;
     bool myChanged = false;
     bool myExpose = false;
     bool myExternal = false;

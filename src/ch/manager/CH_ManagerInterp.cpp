@@ -283,37 +283,80 @@ float CH_Manager::evalBezierFunc(int thread)
     return bezier.eval(s.t);
 }
 
-float CH_Manager::evalSplineFunc(int thread)
+namespace {
+
+// The first segment of the run of spline segments s belongs to.
+CH_Segment *chSplineRunStart(CH_Channel *channel, CH_Segment *s)
 {
-    CH_Collection *collection = getEvalCollection(thread);
-    CH_Channel *channel = collection ? collection->getEvalChannel(thread) : nullptr;
-    CH_Segment *s = channel ? channel->getEvaluationSegment(thread) : nullptr;
-    if (!s)
-        return 0.0f;
-    // Back to the first segment of this run of spline segments ...
     CH_Segment *first = channel->getFirstSegment();
     while (s != first && chIsSpline(s->getPrev()))
         s = s->getPrev();
-    // ... then one knot per segment start, stopping at the channel's last
-    // list segment: the end segment adds nothing beyond the final knot.
-    CH_Segment *last = channel->getLastSegment();
-    CH_Spline &spline = CH_Spline::forThisThread();
+    return s;
+}
+
+// Whether the run goes on past s: it stops at the channel's last list
+// segment (the end segment adds nothing beyond the final knot).
+bool chSplineRunContinues(CH_Channel *channel, const CH_Segment *s)
+{
+    CH_Segment *next = s->getNext();
+    return next && s != channel->getLastSegment() && s != channel->getEndSegment() && chIsSpline(next);
+}
+
+// One knot per segment start from the run's first segment, then the last
+// one's end, unless the knot limit cut the run short.
+void chGatherSplineKnots(CH_Channel *channel, CH_Segment *s, CH_Spline &spline)
+{
     spline.reset();
     int knots = 0;
     for (;;)
     {
         spline.addKnot(s->getStart(), s->getInValue());
         ++knots;
-        CH_Segment *next = s->getNext();
-        if (knots == theMaxSplineKnots || !next || s == last || s == channel->getEndSegment() ||
-            !chIsSpline(next))
+        if (knots == theMaxSplineKnots || !chSplineRunContinues(channel, s))
             break;
-        s = next;
+        s = s->getNext();
     }
     if (knots < theMaxSplineKnots)
         spline.addKnot(s->getEnd(), s->getOutValue());
     spline.initialize();
-    return spline.evaluate(channel->getLocalTime(thread));
+}
+
+} // namespace
+
+float CH_Manager::evalSplineFunc(int thread)
+{
+    CH_Collection *collection = getEvalCollection(thread);
+    float t = 0.0f;
+    CH_Segment *s = collection ? collection->getGlueSegment(t, thread) : nullptr;
+    if (!s)
+        return 0.0f;
+    if (s->isSpline())
+        if (const CH_SplineRun *run = s->getSplineRun())
+            return run->evaluate(t, s->getSplineKnot());
+    CH_Channel *channel = collection->getEvalChannel(thread);
+    if (!s->isSpline())
+    {
+        // spline() inside a larger expression: rare, gathered every time.
+        CH_Spline &spline = CH_Spline::forThisThread();
+        chGatherSplineKnots(channel, chSplineRunStart(channel, s), spline);
+        return spline.evaluate(t);
+    }
+    // Built once and handed to every segment of the run, those past the knot
+    // limit too; threads racing here build equal runs and keep the first.
+    auto *run = new CH_SplineRun;
+    CH_Segment *start = chSplineRunStart(channel, s);
+    chGatherSplineKnots(channel, start, *run);
+    int knot = 0;
+    for (CH_Segment *r = start;; r = r->getNext(), ++knot)
+    {
+        r->offerSplineRun(run, knot);
+        if (!chSplineRunContinues(channel, r))
+            break;
+    }
+    s->offerSplineRun(run, -1); // the end segment, which the run does not list
+    float value = run->evaluate(t);
+    run->release();
+    return value;
 }
 
 UT_Vector3 CH_Manager::interpolateEulerDegrees(const UT_Vector3 &from, const UT_Vector3 &to, float u,
