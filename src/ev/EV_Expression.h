@@ -1,19 +1,14 @@
 #ifndef EV_EXPRESSION_H
 #define EV_EXPRESSION_H
 
+#include <ev/EV_ExprFlags.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
 
 class evProgram;
 
-/// Flag-word bits the engine itself sets.
-enum : unsigned
-{
-    EV_FLAG_TIMEDEP = 0x8000,     ///< read a time-dependent variable
-    EV_FLAG_MATCH = 0x800000,     ///< calls a match function (known at compile time)
-    EV_FLAG_EVALUATED = 0x10000000 ///< evaluated since the text last changed
-};
 
 /// One expression: its flag word (first, so hosts may treat the object's
 /// first word as the flags), its text and its compiled form.

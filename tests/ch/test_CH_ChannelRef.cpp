@@ -48,8 +48,8 @@ std::uint32_t expectedHash(long long id, const std::string &name)
 TEST(CH_ChannelRef, NodeIdKeepsThirtyBitsSignExtended)
 {
     const struct { int given, read; } cases[] = {
-        {-5, -5}, {0x1fffffff, 0x1fffffff}, {-0x20000000, -0x20000000}, {0x20000000, -0x20000000},
-        {0x3fffffff, -1}, {0x40000005, 5}, {INT_MAX, -1}, {INT_MIN + 7, 7}, {-0x20000001, 0x1fffffff},
+        {-5, -5}, {0x1fffffff, 0x1fffffff}, {-(1 << 29), -(1 << 29)}, {1 << 29, -(1 << 29)},
+        {0x3fffffff, -1}, {(1 << 30) + 5, 5}, {INT_MAX, -1}, {INT_MIN + 7, 7}, {-(1 << 29) - 1, 0x1fffffff},
     };
     for (const auto &c : cases)
         for (bool track : {false, true}) {
@@ -67,14 +67,14 @@ TEST(CH_ChannelRef, SpareBitIsInvisibleAndKeptByEverySetter)
 {
     CH_ChannelRef ref(7, "ry", true);
     const CH_ChannelRef same = ref;
-    std::uint32_t marked = wordOf(ref) | 0x80000000u;
+    std::uint32_t marked = wordOf(ref) | (1u << 31);
     std::memcpy(static_cast<void *>(&ref), &marked, sizeof marked);
     EXPECT_TRUE(ref == same && !(ref < same) && !(ref > same));
     EXPECT_EQ(ref.hash(), same.hash());
     ref.setNodeId(-1);
     EXPECT_EQ(wordOf(ref), 0xffffffffu);
     ref.setChannelRef(3, "sx", false);
-    EXPECT_EQ(wordOf(ref), 0x80000003u);
+    EXPECT_EQ(wordOf(ref), (1u << 31) | 3u);
     ref.clear();
     EXPECT_EQ(wordOf(ref), 0xbfffffffu);
     // Assignment keeps the target's spare bit either way; a copy takes it.
@@ -82,7 +82,7 @@ TEST(CH_ChannelRef, SpareBitIsInvisibleAndKeptByEverySetter)
     CH_ChannelRef plain(1, "p", false), copy(ref);
     plain = ref;
     EXPECT_EQ(wordOf(ref), 0xc0000009u);
-    EXPECT_EQ(wordOf(plain), 0x40000009u);
+    EXPECT_EQ(wordOf(plain), (1u << 30) | 9u);
     EXPECT_EQ(plain, ref);
     EXPECT_EQ(wordOf(copy), 0xc0000009u);
 }

@@ -16,6 +16,7 @@
 
 #include <cmath>
 #include <string>
+#include <ev/EV_ExprFlags.h>
 
 namespace {
 
@@ -81,14 +82,14 @@ TEST_F(CHExprLibrary, EvalHandsOnWhatTheTextUses)
     unsigned flags;
     mgr.setEvaluateTime(2, 0);
     EXPECT_EQ(expr("eval('$T * 3')", &flags), 6.0f);
-    EXPECT_TRUE(flags & 0x8000);
+    EXPECT_TRUE(flags & EV_FLAG_TIMEDEP);
     expr("eval('1 + 1')", &flags); // the previous call's bits do not stick
-    EXPECT_FALSE(flags & 0x8000);
+    EXPECT_FALSE(flags & EV_FLAG_TIMEDEP);
     UT_String text;
     CH_Expression e("evals('$T')", CH_ORVISH);
     e.evaluateString(text, 0);
     EXPECT_STREQ(text.c_str(), "2");
-    EXPECT_TRUE(e.getExpressionFlag() & 0x8000);
+    EXPECT_TRUE(e.getExpressionFlag() & EV_FLAG_TIMEDEP);
     // On a segment: an eval of cubic() needs the keys' values and slopes.
     chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "eval('cubic()')"}, {2, 1}});
     EXPECT_FLOAT_EQ(obj.evaluate(ch, 1, false, 0), 0.5f); // 3u^2 - 2u^3 at u = 1/2

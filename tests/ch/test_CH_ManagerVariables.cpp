@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <string>
+#include <ev/EV_ExprFlags.h>
 
 namespace {
 
@@ -98,16 +99,16 @@ TEST_F(CHManagerVariables, ExpandStringVariablesAndExpressions)
     const float t = 11.0f / 24; // frame 12
     struct Case { const char *text; const char *expect; int timeDependent; };
     const Case cases[] = {
-        {"frame$F.pic", "frame12.pic", 0x8000},
-        {"frame${F}x", "frame12x", 0x8000},
-        {"$F3", "012", 0x8000},
+        {"frame$F.pic", "frame12.pic", EV_FLAG_TIMEDEP},
+        {"frame${F}x", "frame12x", EV_FLAG_TIMEDEP},
+        {"$F3", "012", EV_FLAG_TIMEDEP},
         {"$F300", "$F300", 0},          // too wide to be a frame variable
         {"$CH_TEST_NOPE/x", "$CH_TEST_NOPE/x", 0},
         {"\\$F costs", "$F costs", 0},
-        {"`$F * 2`.pic", "24.pic", 0x8000},
+        {"`$F * 2`.pic", "24.pic", EV_FLAG_TIMEDEP},
         {"`1 + 1`", "2", 0},
         {"`strcat(\"a\", \"\\`1+1\\`\")`", "a2", 0},
-        {"`strcat(\"f\", \"\\`$F\\`\")`", "f12", 0x8000},
+        {"`strcat(\"f\", \"\\`$F\\`\")`", "f12", EV_FLAG_TIMEDEP},
         {"$FPS fps", "24 fps", 0},
         {"plain", "plain", 0},
     };

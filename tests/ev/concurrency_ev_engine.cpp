@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 #include <vector>
+#include <ev/EV_ExprFlags.h>
 
 namespace {
 
@@ -31,7 +32,7 @@ void threadNumber(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **, int thread)
 {
     result->setFloat(thread == 0 ? UT_Thread::getMySequentialThreadIndex() : thread);
 }
-EV_FUNCTION theThreadFunc(0x80000, "threadnum", 0, EV_TYPEFLOAT, nullptr, threadNumber);
+EV_FUNCTION theThreadFunc(EV_FLAG_SLOPES, "threadnum", 0, EV_TYPEFLOAT, nullptr, threadNumber);
 
 TEST(EvEngineConcurrency, OneExpressionEvaluatedByManyThreads)
 {
@@ -62,7 +63,7 @@ TEST(EvEngineConcurrency, OneExpressionEvaluatedByManyThreads)
     for (auto &t : threads)
         t.join();
     EXPECT_EQ(failures.load(), 0);
-    EXPECT_EQ(e->getFlags(), EV_FLAG_TIMEDEP | 0x80000u | EV_FLAG_EVALUATED);
+    EXPECT_EQ(e->getFlags(), EV_FLAG_TIMEDEP | EV_FLAG_SLOPES | EV_FLAG_EVALUATED);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <ev/EV_ExprFlags.h>
 
 namespace {
 
@@ -180,7 +181,7 @@ void selfFlagging(EV_FUNCTION *func, EV_SYMBOL *result, EV_SYMBOL **argv, int)
 const int theOneFloat[] = {EV_TYPEFLOAT};
 EV_FUNCTION theSelfFlagging(0, "selfflag", 1, EV_TYPEFLOAT, theOneFloat, selfFlagging);
 void constantCall(EV_FUNCTION *, EV_SYMBOL *result, EV_SYMBOL **, int) { result->setFloat(3); }
-EV_FUNCTION theMatchLike(0x800000 | 0x20000, "matchlike", 0, EV_TYPEFLOAT, nullptr, constantCall);
+EV_FUNCTION theMatchLike(EV_FLAG_MATCH | EV_FLAG_INVALUE, "matchlike", 0, EV_TYPEFLOAT, nullptr, constantCall);
 
 TEST_F(EvEngine, FlagsGatheredAtCompileAndAtEvaluation)
 {
@@ -189,16 +190,16 @@ TEST_F(EvEngine, FlagsGatheredAtCompileAndAtEvaluation)
 
     evTestExpr e = evTestCompile("0 && matchlike()");
     // Compiling knows the match bit of every function called, even one never run.
-    EXPECT_EQ(e->getFlags(), 0x800000u);
+    EXPECT_EQ(e->getFlags(), EV_FLAG_MATCH);
     float f;
     ev_EvaluateFloat(e.get(), &f, 0);
-    EXPECT_EQ(e->getFlags(), 0x800000u | EV_FLAG_EVALUATED);
+    EXPECT_EQ(e->getFlags(), EV_FLAG_MATCH | EV_FLAG_EVALUATED);
 
     ev_ChangeExpr(e.get(), "matchlike() + selfflag(524288)", 0);
-    EXPECT_EQ(e->getFlags(), 0x800000u);
+    EXPECT_EQ(e->getFlags(), EV_FLAG_MATCH);
     ev_EvaluateFloat(e.get(), &f, 0);
     EXPECT_EQ(f, 4.0f);
-    EXPECT_EQ(e->getFlags(), 0x800000u | 0x20000u | 0x80000u | EV_FLAG_EVALUATED);
+    EXPECT_EQ(e->getFlags(), EV_FLAG_MATCH | EV_FLAG_INVALUE | EV_FLAG_SLOPES | EV_FLAG_EVALUATED);
 
     e->setFlags(0); // hosts may overwrite the word
     ev_ChangeExpr(e.get(), nullptr, 0);
@@ -250,7 +251,7 @@ bool testResolve(const char *name, EV_VarBinding &b, int)
     ++theResolves;
     if (!std::strcmp(name, "A")) {
         b.id = 1;
-        b.flags = EV_VarBinding::TIME_DEP | 0x20000;
+        b.flags = EV_VarBinding::TIME_DEP | EV_FLAG_INVALUE;
         return true;
     }
     if (!std::strcmp(name, "S")) {
@@ -301,7 +302,7 @@ TEST_F(EvEngine, VariablesBindOnceAndResolveInOrder)
     ev_EvaluateFloat(e.get(), &f, 3);
     EXPECT_EQ(f, 209.25f);            // read on the evaluating thread: 2 * 103 + 3.25
     EXPECT_EQ(theResolves.load(), 1); // no lookup by name when bound
-    EXPECT_EQ(e->getFlags() & (EV_FLAG_TIMEDEP | 0x20000u), EV_FLAG_TIMEDEP | 0x20000u);
+    EXPECT_EQ(e->getFlags() & (EV_FLAG_TIMEDEP | EV_FLAG_INVALUE), EV_FLAG_TIMEDEP | EV_FLAG_INVALUE);
 
     ev_UnresolveVars(e.get(), 0);
     EXPECT_EQ(ev_Disassemble(e.get()).substr(0, 16), "VAR $A (unbound)");

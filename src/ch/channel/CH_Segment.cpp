@@ -4,6 +4,7 @@
 #include <ch/channel/CH_Key.h>
 #include <ch/channel/CH_SegmentValues.h>
 #include <ch/channel/CH_Spline.h>
+#include <ev/EV_ExprFlags.h>
 #include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_Expression.h>
 #include <ch/io/CH_Collection.h>
@@ -21,7 +22,7 @@
 namespace {
 
 constexpr float theMaxSlope = 1e8f;
-constexpr unsigned theTimeDependentMask = 0x6f8000u;
+constexpr unsigned theTimeDependentMask = EV_FLAG_TIME_DEPENDENT_MASK;
 
 // cos(atan(s)) without losing precision for steep slopes.
 double cosAtan(double s)
@@ -242,7 +243,7 @@ bool CH_Segment::expressionIsAnimationFunctionCall() const
 bool CH_Segment::isMatchFunction() const
 {
     if (myExpression && myExpression->isCompiled())
-        return (myExpression->getExpressionFlag() & 0x800000u) != 0;
+        return (myExpression->getExpressionFlag() & EV_FLAG_MATCH) != 0;
     return myKind && myKind->isMatch();
 }
 

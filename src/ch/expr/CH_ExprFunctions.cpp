@@ -6,6 +6,7 @@
 #include <ch/expr/CH_Expression.h>
 
 #include <ev/EV_Engine.h>
+#include <ev/EV_ExprFlags.h>
 #include <ev/EV_Function.h>
 
 #include <ch/channel/CH_Bezier.h>
@@ -25,11 +26,11 @@ namespace {
 // key numbers its segment needs.
 enum : unsigned
 {
-    chInValue = 0x20000,
-    chOutValue = 0x40000,
-    chSlopes = 0x80000,
-    chAccels = 0x200000,
-    chMatch = 0x800000 // the match family: neighbours' values and slopes
+    chInValue = EV_FLAG_INVALUE,
+    chOutValue = EV_FLAG_OUTVALUE,
+    chSlopes = EV_FLAG_SLOPES,
+    chAccels = EV_FLAG_ACCELS,
+    chMatch = EV_FLAG_MATCH // the match family: neighbours' values and slopes
 };
 
 // The callbacks hand the engine's thread to the current manager's function.

@@ -1,5 +1,7 @@
 #include "CH_ExprLibrary.h"
 
+#include <ev/EV_ExprFlags.h>
+
 #include <ch/expr/CH_Expression.h>
 
 #include <ev/EV_Function.h>
@@ -11,7 +13,7 @@ namespace {
 
 // Time dependence and key usage (and bit 16): what "eval" hands on from
 // the text it evaluated to the expression that called it.
-constexpr unsigned theUsageBits = 0x2f8000u;
+constexpr unsigned theUsageBits = EV_FLAG_USAGE_MASK;
 
 // Hands the evaluated text's bits on to the expression that called "eval",
 // through the calling thread's gathered flags: the function record is shared

@@ -1,6 +1,7 @@
 #include "CH_Expression.h"
 
 #include <ev/EV_Engine.h>
+#include <ev/EV_ExprFlags.h>
 #include <ut/UT_ScopeExit.h>
 #include <ut/UT_ThreadSlots.h>
 
@@ -10,21 +11,6 @@
 
 namespace
 {
-enum : unsigned
-{
-    CH_EXPR_TIMEDEP = 0x8000,
-    CH_EXPR_INVALUE = 0x20000,
-    CH_EXPR_OUTVALUE = 0x40000,
-    CH_EXPR_SLOPES = 0x80000,
-    CH_EXPR_ACCELS = 0x200000,
-    CH_EXPR_KNOTS = 0x400000,
-    CH_EXPR_HARDWIRED = 0x1000000,
-    CH_EXPR_DATA_DEPENDENT = 0x2000000,
-    CH_EXPR_EVALUATED = 0x10000000,
-    // Bits of a Python expression's flag word that survive its evaluation;
-    // the usage bits are rebuilt by each run.
-    CH_EXPR_PYTHON_KEEP = 0xac000000
-};
 
 const char *const thePythonUnavailable = "Python expressions are not available";
 
@@ -248,9 +234,9 @@ float CH_Expression::evaluate(int thread) const
         ev_EvaluateFloat(myExpr.get(), &result, thread);
         myExpr->orFlags(static_cast<unsigned>(gathered));
     } else {
-        myExpr->setFlags(myExpr->getFlags() & CH_EXPR_PYTHON_KEEP);
+        myExpr->setFlags(myExpr->getFlags() & EV_FLAG_PYTHON_KEEP);
         ev_SetCustomErrorMessage(thePythonUnavailable, thread);
-        myExpr->orFlags(CH_EXPR_EVALUATED | static_cast<unsigned>(gathered));
+        myExpr->orFlags(EV_FLAG_EVALUATED | static_cast<unsigned>(gathered));
     }
     return result;
 }
@@ -263,10 +249,10 @@ void CH_Expression::evaluateString(UT_String &result, int thread) const
         ev_EvaluateString(myExpr.get(), result, thread);
         myExpr->orFlags(static_cast<unsigned>(gathered));
     } else {
-        myExpr->setFlags(myExpr->getFlags() & CH_EXPR_PYTHON_KEEP);
+        myExpr->setFlags(myExpr->getFlags() & EV_FLAG_PYTHON_KEEP);
         result.clear();
         ev_SetCustomErrorMessage(thePythonUnavailable, thread);
-        myExpr->orFlags(CH_EXPR_EVALUATED | static_cast<unsigned>(gathered));
+        myExpr->orFlags(EV_FLAG_EVALUATED | static_cast<unsigned>(gathered));
     }
 }
 
@@ -277,17 +263,17 @@ bool CH_Expression::isCompiled() const
 
 bool CH_Expression::isHardwired() const
 {
-    return (getExpressionFlag() & CH_EXPR_HARDWIRED) != 0;
+    return (getExpressionFlag() & EV_FLAG_HARDWIRED) != 0;
 }
 
 bool CH_Expression::isDataDependent() const
 {
-    return (getExpressionFlag() & CH_EXPR_DATA_DEPENDENT) != 0;
+    return (getExpressionFlag() & EV_FLAG_DATA_DEPENDENT) != 0;
 }
 
 bool CH_Expression::modified() const
 {
-    return (getExpressionFlag() & CH_EXPR_EVALUATED) == 0;
+    return (getExpressionFlag() & EV_FLAG_EVALUATED) == 0;
 }
 
 unsigned CH_Expression::getExpressionFlag() const
@@ -313,12 +299,12 @@ bool CH_Expression::usesFlag(unsigned mask) const
     return (getExpressionFlag() & mask) != 0;
 }
 
-bool CH_Expression::usesInValue() const { return usesFlag(CH_EXPR_INVALUE); }
-bool CH_Expression::usesOutValue() const { return usesFlag(CH_EXPR_OUTVALUE); }
-bool CH_Expression::usesValues() const { return usesFlag(CH_EXPR_INVALUE | CH_EXPR_OUTVALUE); }
-bool CH_Expression::usesSlopes() const { return usesFlag(CH_EXPR_SLOPES); }
-bool CH_Expression::usesAccels() const { return usesFlag(CH_EXPR_ACCELS); }
-bool CH_Expression::usesKnots() const { return usesFlag(CH_EXPR_KNOTS); }
+bool CH_Expression::usesInValue() const { return usesFlag(EV_FLAG_INVALUE); }
+bool CH_Expression::usesOutValue() const { return usesFlag(EV_FLAG_OUTVALUE); }
+bool CH_Expression::usesValues() const { return usesFlag(EV_FLAG_INVALUE | EV_FLAG_OUTVALUE); }
+bool CH_Expression::usesSlopes() const { return usesFlag(EV_FLAG_SLOPES); }
+bool CH_Expression::usesAccels() const { return usesFlag(EV_FLAG_ACCELS); }
+bool CH_Expression::usesKnots() const { return usesFlag(EV_FLAG_KNOTS); }
 
 void CH_Expression::dirtyExprCache()
 {
@@ -375,5 +361,5 @@ void CH_Expression::addExprFlags(int flags, int thread)
 
 void CH_Expression::setTimeDependency()
 {
-    chExprFlags().get(0) |= static_cast<int>(CH_EXPR_TIMEDEP);
+    chExprFlags().get(0) |= static_cast<int>(EV_FLAG_TIMEDEP);
 }

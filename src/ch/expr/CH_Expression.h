@@ -18,14 +18,19 @@ class chPythonCode;
 /// Orvish text is compiled into an engine expression (EV_EXPRESSION). Its
 /// flag word records what the expression used while it ran:
 ///
-///   0x8000      depends on time
-///   0x20000     uses the in value        0x40000    uses the out value
-///   0x80000     uses slopes              0x200000   uses accelerations
-///   0x400000    uses knots               0x1000000  hard-wired
-///   0x2000000   reads data other than time and keys (set by the functions
-///               that do, through addExprFlags)
-///   0x10000000  evaluated since the text last changed (modified() is its
-///               negation)
+///   EV_FLAG_TIMEDEP          depends on time
+///   EV_FLAG_INVALUE          uses the in value
+///   EV_FLAG_OUTVALUE         uses the out value
+///   EV_FLAG_SLOPES           uses slopes
+///   EV_FLAG_ACCELS           uses accelerations
+///   EV_FLAG_KNOTS            uses knots
+///   EV_FLAG_HARDWIRED        hard-wired
+///   EV_FLAG_DATA_DEPENDENT   reads data other than time and keys (set by
+///                            the functions that do, through addExprFlags)
+///   EV_FLAG_EVALUATED        evaluated since the text last changed
+///                            (modified() is its negation)
+///
+/// (ev/EV_ExprFlags.h gives their bit numbers.)
 ///
 /// Functions called by an expression add bits while it runs through the
 /// per-thread flags (addExprFlags, setTimeDependency); evaluation moves

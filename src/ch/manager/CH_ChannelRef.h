@@ -90,9 +90,9 @@ private:
     static bool isGreater(const char *a, const char *b);
 
     static constexpr std::uint32_t theIdMask = 0x3fffffffu;
-    static constexpr std::uint32_t theIdSignBit = 0x20000000u;
-    static constexpr std::uint32_t theTrackBit = 0x40000000u;
-    static constexpr std::uint32_t theSpareBit = 0x80000000u;
+    static constexpr std::uint32_t theIdSignBit = 1u << 29;
+    static constexpr std::uint32_t theTrackBit = 1u << 30;
+    static constexpr std::uint32_t theSpareBit = 1u << 31;
 
     // One definition in the library so every empty name is the same pointer.
     static const char theEmptyName[1];

@@ -239,7 +239,7 @@ public:
     static bool lookupExpression(const char *text, UT_String &value, int thread);
     static bool lookupVariableNoThread(const char *name, UT_String &value);
     static bool lookupExpressionNoThread(const char *text, UT_String &value);
-    /// flags: 1 back-quoted expressions, 2 variables. Returns 0x8000 when
+    /// flags: 1 back-quoted expressions, 2 variables. Returns EV_FLAG_TIMEDEP when
     /// anything expanded depended on time.
     int expandString(const char *text, UT_String &out, float time, CH_Collection *collection,
                      int thread, int flags = 3);

@@ -9,6 +9,7 @@
 #include <ch/io/CH_Collection.h>
 
 #include <ev/EV_Engine.h>
+#include <ev/EV_ExprFlags.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -47,11 +48,11 @@ bool chResolveDefine(const char *name, double &value)
 unsigned chUsageBits(const CH_LocalVariable &v)
 {
     if (v.isSegmentValue())
-        return v.id == 12 ? 0x20000u : 0x40000u; // IV: in value, OV: out value
+        return v.id == 12 ? EV_FLAG_INVALUE : EV_FLAG_OUTVALUE; // IV: in value, OV: out value
     if (v.isSegmentSlope())
-        return 0x80000u;
+        return EV_FLAG_SLOPES;
     if (v.isSegmentAccel())
-        return 0x200000u;
+        return EV_FLAG_ACCELS;
     return 0;
 }
 
