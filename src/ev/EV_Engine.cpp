@@ -118,7 +118,7 @@ int ev_GetErrNo(int thread)
 bool ev_IsUnwinding(int thread)
 {
     const evThreadState &state = evGetThreadState(thread);
-    return state.unwinding && state.depth > 0;
+    return state.unwinding() && state.depth != evThreadState::theUnwinding;
 }
 
 void ev_SetErrNo(int err, int thread)

@@ -43,6 +43,39 @@ __attribute__((noinline)) void evTakePositionBack(evThreadState &state)
     state.asidePositions.pop_back();
 }
 
+__attribute__((noinline)) void evSetErrorAside(evThreadState &state)
+{
+    evSetPositionAside(state);
+    state.error = 0;
+}
+
+// Leaves an evaluation that did not end plainly; returns its error.
+__attribute__((noinline)) int evLeaveSlowly(evThreadState &state, int pending, int error)
+{
+    // A callback may have cleared the nested failure of an evaluation that
+    // hit the nesting limit; this one still ends with it, and the outermost
+    // one stops unwinding so that the next starts clean.
+    if (state.unwinding()) {
+        if (!error)
+            error = EV_ERRRECURSION;
+        if (--state.depth == evThreadState::theUnwinding)
+            state.depth = 0;
+    } else {
+        --state.depth;
+    }
+    if (pending) {
+        state.error = pending;
+        evTakePositionBack(state);
+    } else {
+        // An error that reached the thread during the run (a nested text
+        // that did not compile) keeps its position; one of the run's own has none.
+        if (state.error != error)
+            state.clearPosition();
+        state.error = error;
+    }
+    return error;
+}
+
 // A text that did not compile reports its error, with where it was found,
 // on whichever thread evaluates it.
 bool evReportCompileError(evThreadState &state, const evProgram &prog)
@@ -669,10 +702,10 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     evThreadState &state = evGetThreadState(thread);
     if (__builtin_expect(prog->compileError != 0, 0))
         return evReportCompileError(state, *prog);
-    if (state.depth == 0)
-        state.unwinding = false; // a new outermost evaluation
-    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH || state.unwinding, 0)) {
-        state.unwinding = true;
+    // Unwinding puts depth past the limit too.
+    static_assert(evThreadState::theUnwinding > EV_MAX_EVAL_DEPTH, "one test for both");
+    if (__builtin_expect(state.depth >= EV_MAX_EVAL_DEPTH, 0)) {
+        state.depth |= evThreadState::theUnwinding;
         return evReport(state, EV_ERRRECURSION);
     }
     // An error left pending by an earlier evaluation is set aside, so that
@@ -680,36 +713,28 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     // reported.
     const int pending = state.error;
     if (__builtin_expect(pending != 0, 0))
-        evSetPositionAside(state);
-    state.error = 0;
+        evSetErrorAside(state);
     ++state.depth;
     int error = 0;
-    UT_ScopeExit restore([&state, &error, pending] {
-        if (--state.depth == 0)
-            state.unwinding = false; // the outermost evaluation stops unwinding
-        if (pending) {
-            state.error = pending;
-            evTakePositionBack(state);
-        } else {
-            // An error that reached the thread during the run (a nested text
-            // that did not compile) keeps its position; one of the run's own has none.
-            if (state.error != error)
-                state.clearPosition();
-            state.error = error;
+    {
+        // Leaving: in the common case (nothing pending, no error reached the
+        // thread from elsewhere, not unwinding) the thread's error already
+        // is the run's and only the depth changes; the rest is out of line.
+        UT_ScopeExit restore([&state, &error, pending] {
+            if (__builtin_expect((pending | (state.error ^ error) | (state.depth & evThreadState::theUnwinding)) != 0, 0))
+                error = evLeaveSlowly(state, pending, error);
+            else
+                --state.depth;
+        });
+        try {
+            error = run(*prog, state);
+        } catch (...) {
+            // Callbacks must not throw; if one does, it fails the evaluation
+            // instead of unwinding through the host.
+            error = EV_ERRCUSTOM;
+            state.custom = "A function failed with an exception";
         }
-    });
-    try {
-        error = run(*prog, state);
-    } catch (...) {
-        // Callbacks must not throw; if one does, it fails the evaluation
-        // instead of unwinding through the host.
-        error = EV_ERRCUSTOM;
-        state.custom = "A function failed with an exception";
     }
-    // A callback may have cleared the nested failure; the evaluation still
-    // ends with it.
-    if (state.unwinding && !error)
-        error = EV_ERRRECURSION;
     return error == 0;
 }
 

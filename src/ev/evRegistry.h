@@ -74,11 +74,15 @@ private:
 struct evThreadState
 {
     int error = 0;
+    /// Nesting depth of evaluations on the thread, and theUnwinding: set
+    /// when an evaluation hits the depth limit, so that every evaluation
+    /// nested in the same outermost one then fails at once (callbacks that
+    /// read several times per level cannot multiply the work on the way
+    /// out). One word, so entering an evaluation tests both at once.
     int depth = 0;
-    /// Set when an evaluation hits the depth limit: every evaluation nested
-    /// in the same outermost one then fails at once, so callbacks that read
-    /// several times per level cannot multiply the work on the way out.
-    bool unwinding = false;
+    static constexpr int theUnwinding = 1 << 20;
+
+    bool unwinding() const { return (depth & theUnwinding) != 0; }
     std::string custom;
     /// For an error a text got when compiled: where in the text, and the
     /// token there; -1 and "" for any other error. Set and cleared with
