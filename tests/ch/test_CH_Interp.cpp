@@ -265,6 +265,8 @@ TEST_F(CHInterp, SplineRunFollowsEveryEdit)
         {"the run's final knot", 5, [](CH_Channel &c) { c.getSegment(6u)->setOutValue(12, false); }},
         {"a segment turned linear ends the run", 2,
          [](CH_Channel &c) { c.getSegment(3u)->changeExpression("linear()", CH_ORVISH); }},
+        {"a segment's text changed to linear", 2,
+         [](CH_Channel &c) { c.getSegment(3u)->changeString("spline", "linear", true, 0); }},
         {"a segment removed", 1,
          [](CH_Channel &c) { chTestChannelBuilder::removeSegment(c, c.getSegment(3u)); }},
         {"a segment lengthened", 3,

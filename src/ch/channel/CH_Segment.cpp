@@ -210,8 +210,23 @@ void CH_Segment::setExprLanguage(CH_ExprLanguage language)
 {
     if (!myExpression)
         return;
+    bool was_spline = isSpline();
     myExpression->setLanguage(language);
+    reclassify(was_spline);
+}
+
+void CH_Segment::reclassify(bool was_spline)
+{
     checkExpression();
+    // A segment that stops being a spline ends its neighbours' run, which
+    // their curves were built over.
+    if (was_spline && !isSpline())
+    {
+        if (myPrev)
+            myPrev->setModified(1);
+        if (myNext)
+            myNext->setModified(1);
+    }
 }
 
 void CH_Segment::checkExpression()
@@ -265,14 +280,7 @@ void CH_Segment::changeExpression(const char *text, CH_ExprLanguage language, bo
     bool was_spline = isSpline();
     bool used_accels = normalize && isInAccelUsed();
     setExpressionText(text, language);
-    checkExpression();
-    if (was_spline && !isSpline())
-    {
-        if (myPrev)
-            myPrev->setModified(1);
-        if (myNext)
-            myNext->setModified(1);
-    }
+    reclassify(was_spline);
     if (normalize && !used_accels && isInAccelUsed())
         normalizeAccels();
     setModified(1);
@@ -316,10 +324,11 @@ int CH_Segment::changeString(const char *from, const char *to, bool whole_word, 
 {
     if (!myExpression)
         return 0;
+    bool was_spline = isSpline();
     int n = myExpression->changeString(from, to, whole_word, thread);
     if (n)
     {
-        checkExpression();
+        reclassify(was_spline);
         setModified(1);
     }
     return n;

@@ -234,6 +234,9 @@ private:
     void tieSide(bool in, CH_ValueTypes kind, bool tie, bool propagate, float k);
     void initDefaults();
     void checkExpression();
+    /// checkExpression after the text or language changed; was_spline is
+    /// what the segment was before.
+    void reclassify(bool was_spline);
     void setExpressionText(const char *text, CH_ExprLanguage language);
     void holdLastKey(float value, bool propagate);
     void afterValueSet(float value, bool propagate, bool hold);
