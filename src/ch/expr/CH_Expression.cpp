@@ -5,6 +5,7 @@
 #include <ut/UT_ScopeExit.h>
 #include <ut/UT_ThreadSlots.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -148,8 +149,13 @@ bool CH_Expression::isShared() const
 {
     // A pooled program can gain holders at any time (the pool hands it out);
     // any other can only be copied from one of its holders, so a count of
-    // one means nobody else sees it.
-    return myPooled || myExpr.use_count() > 1;
+    // one means nobody else sees it. use_count reads the count relaxed: the
+    // fence orders our writes after the last reads of a copy that another
+    // thread let go of.
+    if (myPooled || myExpr.use_count() > 1)
+        return true;
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return false;
 }
 
 void CH_Expression::makeUnique()
