@@ -41,19 +41,7 @@ void CH_Spline::initialize()
     myTangents[n - 1] = myUseSlopes ? myOutSlope : chDifference(t[n - 2], v[n - 2], t[n - 1], v[n - 1]);
 }
 
-float CH_Spline::evaluate(float t) const
-{
-    if (myTimes.empty())
-        return 0.0f;
-    if (!(t > myTimes.front()))
-        return myValues.front();
-    if (!(t < myTimes.back()))
-        return myValues.back();
-    // t[i] <= t < t[i + 1], so the interval has a positive length.
-    std::size_t i = static_cast<std::size_t>(
-        std::distance(myTimes.begin(), std::upper_bound(myTimes.begin(), myTimes.end(), t)) - 1);
-    return hermite(i, t);
-}
+float CH_Spline::evaluate(float t) const { return evaluate(t, -1); }
 
 float CH_Spline::evaluate(float t, int hint) const
 {
@@ -63,11 +51,13 @@ float CH_Spline::evaluate(float t, int hint) const
         return myValues.front();
     if (!(t < myTimes.back()))
         return myValues.back();
-    // The interval the search would find: the last knot at or before t.
+    // The interval the search finds, t[i] <= t < t[i + 1] (so of positive
+    // length): the hint when it is that interval.
     std::size_t i = static_cast<std::size_t>(hint);
-    if (hint >= 0 && i + 1 < myTimes.size() && myTimes[i] <= t && t < myTimes[i + 1])
-        return hermite(i, t);
-    return evaluate(t);
+    if (hint < 0 || i + 1 >= myTimes.size() || !(myTimes[i] <= t && t < myTimes[i + 1]))
+        i = static_cast<std::size_t>(
+            std::distance(myTimes.begin(), std::upper_bound(myTimes.begin(), myTimes.end(), t)) - 1);
+    return hermite(i, t);
 }
 
 float CH_Spline::hermite(std::size_t i, float t) const
