@@ -110,9 +110,22 @@ std::string ev_Disassemble(const EV_EXPRESSION *expr)
 
 // ---- Errors ----------------------------------------------------------------
 
-int ev_GetErrNo(int thread)
+namespace {
+__attribute__((noinline)) int evGetErrNoSlowly(int thread)
 {
     return evGetThreadState(thread).error;
+}
+} // namespace
+
+// Every evaluation entry point asks: an inline slot is read without a frame.
+int ev_GetErrNo(int thread)
+{
+    evThreadStates *states = evTheThreadStates.load(std::memory_order_acquire);
+    if (__builtin_expect(states != nullptr && static_cast<unsigned>(thread) - 1u <
+                                                  static_cast<unsigned>(evThreadStates::theInlineSlots),
+                         1))
+        return states->at(thread).error;
+    return evGetErrNoSlowly(thread);
 }
 
 bool ev_IsUnwinding(int thread)
@@ -143,6 +156,44 @@ void ev_SetCustomErrorMessage(const char *text, int thread)
     state.custom = text ? text : "";
     state.error = EV_ERRCUSTOM;
     state.clearPosition();
+}
+
+// Both come after the thread's error was read, so its state exists and
+// finding it allocates nothing; should it have to and fail, there is no
+// error to move.
+EV_ErrorAside ev_SetErrorAside(int thread) noexcept
+{
+    EV_ErrorAside aside;
+    evThreadState *found = nullptr;
+    try {
+        found = &evGetThreadState(thread);
+    } catch (...) {
+        return aside;
+    }
+    evThreadState &state = *found;
+    aside.myErrNo = state.error;
+    aside.myOffset = state.errorOffset;
+    aside.myToken = std::move(state.errorToken);
+    aside.myCustom = std::move(state.custom);
+    state.error = 0;
+    state.clearPosition();
+    state.custom.clear();
+    return aside;
+}
+
+void ev_TakeErrorBack(EV_ErrorAside &&aside, int thread) noexcept
+{
+    evThreadState *found = nullptr;
+    try {
+        found = &evGetThreadState(thread);
+    } catch (...) {
+        return;
+    }
+    evThreadState &state = *found;
+    state.error = aside.myErrNo;
+    state.errorOffset = aside.myOffset;
+    state.errorToken = std::move(aside.myToken);
+    state.custom = std::move(aside.myCustom);
 }
 
 int ev_GetErrorOffset(int thread)

@@ -77,6 +77,27 @@ void ev_SetCustomErrorMessage(const char *text, int thread);
 /// for any other error and when there is none.
 int ev_GetErrorOffset(int thread = 0);
 const char *ev_GetErrorToken(int thread = 0);
+/// A thread's whole error (number, custom text, position), taken off the
+/// thread by ev_SetErrorAside and put back by ev_TakeErrorBack.
+class EV_ErrorAside
+{
+public:
+    EV_ErrorAside() = default;
+    int errNo() const { return myErrNo; }
+
+private:
+    friend EV_ErrorAside ev_SetErrorAside(int thread) noexcept;
+    friend void ev_TakeErrorBack(EV_ErrorAside &&aside, int thread) noexcept;
+    int myErrNo = 0;
+    int myOffset = -1;
+    std::string myToken;
+    std::string myCustom;
+};
+/// Takes the thread's error off it, leaving it clear, so that an evaluation
+/// sees only its own errors. The texts are moved, not copied: this cannot fail.
+EV_ErrorAside ev_SetErrorAside(int thread) noexcept;
+/// Makes the error set aside the thread's error again, whatever it has now.
+void ev_TakeErrorBack(EV_ErrorAside &&aside, int thread) noexcept;
 /// The text of an error number; EV_ERRCUSTOM gives the calling thread's
 /// custom text (ev_GetErrorTextForThread for another thread).
 const char *ev_GetErrorText(int err);

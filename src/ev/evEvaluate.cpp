@@ -28,25 +28,35 @@ bool evReport(evThreadState &state, int error)
     return false;
 }
 
-// The position of a pending error, kept while a nested evaluation runs (off
-// the common path: most evaluations start with no error pending).
-__attribute__((noinline)) void evSetPositionAside(evThreadState &state)
+// The position and custom text of a pending error, kept while a nested
+// evaluation runs (off the common path: most evaluations start with no
+// error pending). Without memory for the record they are dropped, and the
+// number alone comes back.
+__attribute__((noinline)) void evSetErrorAside(evThreadState &state) noexcept
 {
-    state.asidePositions.emplace_back(state.errorOffset, std::move(state.errorToken));
+    try {
+        state.asides.push_back({state.depth, state.errorOffset, std::move(state.errorToken),
+                                std::move(state.custom)});
+    } catch (...) {
+        state.custom.clear();
+    }
     state.clearPosition();
-}
-
-__attribute__((noinline)) void evTakePositionBack(evThreadState &state)
-{
-    state.errorOffset = state.asidePositions.back().first;
-    state.errorToken = std::move(state.asidePositions.back().second);
-    state.asidePositions.pop_back();
-}
-
-__attribute__((noinline)) void evSetErrorAside(evThreadState &state)
-{
-    evSetPositionAside(state);
     state.error = 0;
+}
+
+// After the depth is back to the level the error was set aside at.
+void evTakeErrorBack(evThreadState &state, int pending) noexcept
+{
+    state.error = pending;
+    if (!state.asides.empty() && state.asides.back().depth == (state.depth & ~evThreadState::theUnwinding)) {
+        evThreadState::Aside &aside = state.asides.back();
+        state.errorOffset = aside.offset;
+        state.errorToken = std::move(aside.token);
+        state.custom = std::move(aside.custom);
+        state.asides.pop_back();
+    } else {
+        state.clearPosition();
+    }
 }
 
 // Leaves an evaluation that did not end plainly; returns its error.
@@ -64,8 +74,7 @@ __attribute__((noinline)) int evLeaveSlowly(evThreadState &state, int pending, i
         --state.depth;
     }
     if (pending) {
-        state.error = pending;
-        evTakePositionBack(state);
+        evTakeErrorBack(state, pending);
     } else {
         // An error that reached the thread during the run (a nested text
         // that did not compile) keeps its position; one of the run's own has none.
@@ -77,13 +86,18 @@ __attribute__((noinline)) int evLeaveSlowly(evThreadState &state, int pending, i
 }
 
 // A text that did not compile reports its error, with where it was found,
-// on whichever thread evaluates it.
-bool evReportCompileError(evThreadState &state, const evProgram &prog)
+// on whichever thread evaluates it (without memory for the token, without
+// its position).
+__attribute__((noinline)) bool evReportCompileError(evThreadState &state, const evProgram &prog) noexcept
 {
     if (!state.error) {
         state.error = prog.compileError;
-        state.errorOffset = prog.errorOffset;
-        state.errorToken = prog.errorToken;
+        try {
+            state.errorToken = prog.errorToken;
+            state.errorOffset = prog.errorOffset;
+        } catch (...) {
+            state.clearPosition();
+        }
     }
     return false;
 }
@@ -732,7 +746,11 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
             // Callbacks must not throw; if one does, it fails the evaluation
             // instead of unwinding through the host.
             error = EV_ERRCUSTOM;
-            state.custom = "A function failed with an exception";
+            try {
+                state.custom = "A function failed with an exception";
+            } catch (...) {
+                state.custom.clear(); // no memory for the text either
+            }
         }
     }
     return error == 0;

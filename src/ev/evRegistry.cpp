@@ -5,6 +5,19 @@
 #include <cstdio>
 #include <mutex>
 
+std::atomic<evThreadStates *> evTheThreadStates{nullptr};
+
+__attribute__((noinline)) evThreadState &evGetFirstThreadState(int thread)
+{
+    // Leaked on purpose (threads may evaluate while the process exits).
+    static evThreadStates &states = [] () -> evThreadStates & {
+        auto *made = new evThreadStates;
+        evTheThreadStates.store(made, std::memory_order_release);
+        return *made;
+    }();
+    return states.get(thread);
+}
+
 evRegistry &evRegistry::get()
 {
     // Leaked on purpose: compiled expressions hold slot pointers until the

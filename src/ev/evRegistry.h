@@ -89,8 +89,17 @@ struct evThreadState
     /// the error it belongs to.
     int errorOffset = -1;
     std::string errorToken;
-    /// Positions of errors pending around nested evaluations.
-    std::vector<std::pair<int, std::string>> asidePositions;
+    /// What an error pending around a nested evaluation keeps beside its
+    /// number: its position and custom text, and the depth it was set
+    /// aside at (an entry that could not be stored is missing from here).
+    struct Aside
+    {
+        int depth;
+        int offset;
+        std::string token;
+        std::string custom;
+    };
+    std::vector<Aside> asides;
 
     void clearPosition()
     {
@@ -99,12 +108,22 @@ struct evThreadState
     }
 };
 
+using evThreadStates = UT_ThreadSlots<evThreadState, 64>;
+/// Null until the first use. A constant-initialised pointer rather than a
+/// function-local static: reading it needs no guard test and no registers
+/// saved for the guard's slow path (every evaluation reads it).
+/// Hidden: the engine reads it from inside the library only.
+extern __attribute__((visibility("hidden"))) std::atomic<evThreadStates *> evTheThreadStates;
+/// The first use: builds the states (also from static constructors),
+/// publishes them and gives the thread's; out of line.
+evThreadState &evGetFirstThreadState(int thread);
+
 inline evThreadState &evGetThreadState(int thread)
 {
-    // Leaked on purpose (threads may evaluate while the process exits), and
-    // built on first use so that calls from static constructors are safe.
-    static UT_ThreadSlots<evThreadState, 64> &states = *new UT_ThreadSlots<evThreadState, 64>;
-    return states.get(thread);
+    evThreadStates *states = evTheThreadStates.load(std::memory_order_acquire);
+    if (__builtin_expect(states == nullptr, 0))
+        return evGetFirstThreadState(thread);
+    return states->get(thread);
 }
 
 /// The flag-word bits that reading a bound variable sets.

@@ -49,10 +49,12 @@ public:
     /// defensively, negative).
     T &get(int thread = 0)
     {
-        int index = (thread > 0 ? thread : UT_Thread::getMySequentialThreadIndex()) - 1;
-        if (__builtin_expect(index < theInlineSlots, 1))
+        // One test for the common case, an inline slot by number; 0, the
+        // negative numbers and the overflow go out of line.
+        unsigned index = static_cast<unsigned>(thread) - 1u;
+        if (__builtin_expect(index < static_cast<unsigned>(theInlineSlots), 1))
             return myInline[index].value;
-        return overflowSlot(index - theInlineSlots);
+        return otherSlot(thread);
     }
     const T &get(int thread = 0) const { return const_cast<UT_ThreadSlots *>(this)->get(thread); }
 
@@ -110,7 +112,16 @@ private:
         std::atomic<Slot *> blocks[theBlockCount] = {};
     };
 
-    T &overflowSlot(int overflow)
+    __attribute__((noinline)) T &otherSlot(int thread)
+    {
+        int index = (thread > 0 ? thread : UT_Thread::getMySequentialThreadIndex()) - 1;
+        if (index < theInlineSlots)
+            return myInline[index].value;
+        return overflowSlot(index - theInlineSlots);
+    }
+
+    // Out of line: the inline slots' path then needs no registers saved.
+    __attribute__((noinline)) T &overflowSlot(int overflow)
     {
         if (__builtin_expect(overflow >= blockStart(theBlockCount), 0))
             return refusedSlot();

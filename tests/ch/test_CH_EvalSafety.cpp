@@ -230,6 +230,109 @@ TEST_F(CHStaleError, FailingEvaluationReportsItsOwnError)
     EXPECT_EQ(ev_GetErrNo(0), EV_ERRDIVZERO);
 }
 
+// Every entry point, called with a stale error on the thread. Those through
+// a collection report (and clear) the evaluation's own error.
+struct chEntryPoint
+{
+    const char *name;
+    bool reports;
+    void (*call)(CH_Collection &obj, CH_Channel &ch);
+};
+
+const chEntryPoint theEntryPoints[] = {
+    {"collection value", true, [](CH_Collection &obj, CH_Channel &ch) { obj.evaluate(&ch, 0.5f, false, 0); }},
+    {"collection range", true,
+     [](CH_Collection &obj, CH_Channel &ch) {
+         float out[2];
+         obj.evaluate(&ch, 0.25f, 0.5f, out, 2, false, false, 0);
+     }},
+    {"collection string", true,
+     [](CH_Collection &obj, CH_Channel &ch) {
+         UT_String s;
+         obj.evaluateString(s, &ch, 0.5f, 0);
+     }},
+    {"channel value", false, [](CH_Collection &, CH_Channel &ch) { ch.evaluate(0.5f, false, 0); }},
+    {"channel range", false,
+     [](CH_Collection &, CH_Channel &ch) {
+         float out[2];
+         ch.evaluate(0.25f, 0.5f, out, 2, false, false, 0);
+     }},
+    {"channel string", false,
+     [](CH_Collection &, CH_Channel &ch) {
+         UT_String s;
+         ch.evaluateString(s, 0.5f, 0);
+     }},
+    {"segment value", false,
+     [](CH_Collection &, CH_Channel &ch) { ch.evaluateSegment(ch.getSegment(0u), 0.5f, false, 0); }},
+    {"segment string", false,
+     [](CH_Collection &, CH_Channel &ch) {
+         UT_String s;
+         ch.evaluateStringSegment(s, ch.getSegment(0u), 0.5f, false, 0);
+     }},
+    {"segment sample", false,
+     [](CH_Collection &, CH_Channel &ch) {
+         float value, slope;
+         ch.sampleValueSlope(ch.getSegment(0u), 0.5f, 0, value, slope);
+     }},
+};
+
+// The stale error is a compile error, which carries a position.
+void chLeaveSyntaxError()
+{
+    CH_Manager::getContext()->evaluate("1 + + )", 0.0f, nullptr, nullptr, 0, CH_ORVISH);
+    ASSERT_EQ(ev_GetErrNo(0), EV_ERRSYNTAX);
+    ASSERT_EQ(ev_GetErrorOffset(0), 6);
+}
+
+TEST_F(CHEvalSafety, EveryEntryPointSetsAStaleErrorAsideWhole)
+{
+    for (const chEntryPoint &entry : theEntryPoints)
+    {
+        SCOPED_TRACE(entry.name);
+        // A healthy evaluation: the stale error comes back as it was.
+        chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "linear()"}, {1, 1}});
+        obj.errors.clear();
+        chLeaveSyntaxError();
+        entry.call(obj, *ch);
+        EXPECT_EQ(ev_GetErrNo(0), EV_ERRSYNTAX);
+        EXPECT_EQ(ev_GetErrorOffset(0), 6);
+        EXPECT_STREQ(ev_GetErrorToken(0), ")");
+        EXPECT_TRUE(obj.errors.empty());
+
+        // A failing one: its own error is the one seen, not the stale one.
+        chTestChannelBuilder::build(*ch, {{0, 0, 0, 0, "1/0"}, {1, 1}});
+        chLeaveSyntaxError();
+        entry.call(obj, *ch);
+        if (entry.reports)
+        {
+            ASSERT_EQ(obj.errors.size(), 1u);
+            EXPECT_EQ(obj.errors[0], std::string("0:") + ev_GetErrorText(EV_ERRDIVZERO) + " (/obj/tx)");
+            EXPECT_EQ(ev_GetErrNo(0), EV_ERRSYNTAX);
+            EXPECT_EQ(ev_GetErrorOffset(0), 6);
+        }
+        else
+        {
+            EXPECT_TRUE(obj.errors.empty());
+            EXPECT_EQ(ev_GetErrNo(0), EV_ERRDIVZERO);
+            EXPECT_EQ(ev_GetErrorOffset(0), -1);
+        }
+        ev_SetErrNo(0, 0);
+    }
+}
+
+TEST_F(CHEvalSafety, AStaleErrorKeepsItsOwnText)
+{
+    mgr.setSegCacheStatus(true);
+    ev_SetCustomErrorMessage("left by the host", 0);
+    // This evaluation fails with a text of its own, reported and cleared.
+    float out[2];
+    theFailFrom = 512;
+    obj.evaluate(ch, 0.0f, 20.0f, out, 2, false, true, 0);
+    ASSERT_EQ(obj.errors, std::vector<std::string>{"0:Out of memory during evaluation (/obj/tx)"});
+    EXPECT_EQ(ev_GetErrNo(0), EV_ERRCUSTOM);
+    EXPECT_STREQ(ev_GetErrorText(EV_ERRCUSTOM), "left by the host");
+}
+
 TEST_F(CHEvalSafety, FrameTextSaturatesLikeTheNumber)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
@@ -276,9 +379,17 @@ TEST_F(CHEvalSafety, ThreadNumbersBeyondTheSlotsAreRefused)
         mgr.expandString("a`1+1`", expanded, 0.0f, nullptr, thread, 3);
         EXPECT_EQ(expanded, "a`1+1`");
         EXPECT_FALSE(CH_Manager::lookupExpression("1+1", s, thread));
+        EXPECT_EQ(ch->evaluateSegment(ch->getSegment(0u), 5.0f, false, thread), 0.0f);
+        s = "x";
+        ch->evaluateStringSegment(s, ch->getSegment(0u), 5.0f, false, thread);
+        EXPECT_EQ(s, "");
+        float value = -1, slope = -1;
+        ch->sampleValueSlope(ch->getSegment(0u), 5.0f, thread, value, slope);
+        EXPECT_EQ(value, 0.0f);
+        EXPECT_EQ(slope, 0.0f);
 
         std::vector<UT_Error> errors = UT_ErrorManager::get().getErrors();
-        ASSERT_EQ(errors.size(), 7u) << thread;
+        ASSERT_EQ(errors.size(), 10u) << thread;
         std::string text = UT_ErrorManager::get().getFormattedErrors();
         EXPECT_NE(text.find("Thread number " + std::to_string(thread) + " is out of range"),
                   std::string::npos)

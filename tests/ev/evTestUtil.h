@@ -6,8 +6,15 @@
 #include <ev/EV_Engine.h>
 #include <ut/UT_String.h>
 
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <string>
+
+/// When not 0, the next allocation of at least this many bytes throws
+/// std::bad_alloc (once), as a real out-of-memory would. The test program's
+/// allocation functions read it.
+extern std::atomic<std::size_t> evTestFailFrom;
 
 struct evTestExprDeleter
 {

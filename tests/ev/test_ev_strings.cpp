@@ -14,13 +14,19 @@
 #include <string>
 
 // Live heap bytes of the whole process, counted by the global allocation
-// functions (shared libraries allocate through them too).
+// functions (shared libraries allocate through them too); those also fail
+// on demand (evTestFailFrom).
 namespace {
 std::atomic<long long> theLiveBytes{0};
 }
 
+std::atomic<std::size_t> evTestFailFrom{0};
+
 void *operator new(std::size_t size)
 {
+    std::size_t from = evTestFailFrom.load(std::memory_order_relaxed);
+    if (from && size >= from && evTestFailFrom.compare_exchange_strong(from, 0))
+        throw std::bad_alloc();
     void *p = std::malloc(size ? size : 1);
     if (!p)
         throw std::bad_alloc();

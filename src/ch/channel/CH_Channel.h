@@ -160,6 +160,7 @@ public:
     float getNextOutTime(int thread) const;
 
     // ---- Evaluation ------------------------------------------------------------
+    // Entry points, also the segment-level ones: see CH_EvalBoundary.
     float evaluate(float global_time, bool ignore_disabled = false, int thread = 0);
     void evaluate(float from, float to, float *out, int count, bool ignore_disabled = false,
                   bool use_cache = false, int thread = 0);
@@ -256,6 +257,11 @@ private:
     };
     chEvalSlot &slot(int thread) const { return myEvalSlots.get(thread); }
     float evaluateOutside(float t, bool left, bool ignore_disabled, int thread);
+    // evaluateSegment and evaluateStringSegment below the entry points.
+    float evaluateSegmentAt(CH_Segment *s, float local_time, bool extend, int thread);
+    void evaluateStringSegmentAt(UT_String &result, CH_Segment *s, float local_time, bool extend,
+                                 int thread);
+    void sampleValueSlopeAt(CH_Segment *s, float global_time, int thread, float &value, float &slope);
     /// The local time a cycling behaviour maps t to (0 for a channel of no length).
     float cycleTime(float t, bool left) const;
     void evaluateStringOutside(UT_String &result, float t, bool left, int thread);

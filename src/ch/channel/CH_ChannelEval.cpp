@@ -180,11 +180,10 @@ float CH_Segment::evaluateExpression(int thread)
     return myExpression->evaluate(thread);
 }
 
+// The thread was accepted at the entry point: a number from 1 on.
 template <typename Work>
 auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 {
-    if (thread <= 0)
-        thread = UT_Thread::getMySequentialThreadIndex();
     // Save and set the three per-thread contexts (this channel's slot, the
     // collection's evaluation channel, the manager's collection) and call
     // the host's hook; the guard undoes all of it however the work ends.
@@ -223,6 +222,20 @@ auto CH_Channel::withContext(CH_Segment *s, float t, int thread, Work work)
 
 float CH_Channel::evaluateSegment(CH_Segment *s, float t, bool extend, int thread)
 {
+    return CH_EvalBoundary::run(
+        thread, [&] { return evaluateSegmentAt(s, t, extend, thread); }, [] { return 0.0f; });
+}
+
+void CH_Channel::evaluateStringSegment(UT_String &result, CH_Segment *s, float t, bool extend,
+                                       int thread)
+{
+    CH_EvalBoundary::run(
+        thread, [&] { evaluateStringSegmentAt(result, s, t, extend, thread); },
+        [&] { result.clear(); });
+}
+
+float CH_Channel::evaluateSegmentAt(CH_Segment *s, float t, bool extend, int thread)
+{
     if (!s || !getManager())
         return 0.0f;
     // The segments are this channel's: without caching, their value is
@@ -232,7 +245,7 @@ float CH_Channel::evaluateSegment(CH_Segment *s, float t, bool extend, int threa
     return withContext(s, t, thread, [&](int th) { return s->evaluate(t, extend, th); });
 }
 
-void CH_Channel::evaluateStringSegment(UT_String &result, CH_Segment *s, float t, bool extend,
+void CH_Channel::evaluateStringSegmentAt(UT_String &result, CH_Segment *s, float t, bool extend,
                                        int thread)
 {
     if (!s || !getManager())
@@ -285,7 +298,7 @@ float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int 
     case CH_CHANNEL_DEFAULT: return myDefaultValue;
     case CH_CHANNEL_HOLD:
         setEvalTime(key, thread);
-        return evaluateSegment(s, key, false, thread);
+        return evaluateSegmentAt(s, key, false, thread);
     case CH_CHANNEL_CYCLE:
     {
         float tc = cycleTime(t, left);
@@ -294,48 +307,37 @@ float CH_Channel::evaluateOutside(float t, bool left, bool ignore_disabled, int 
         if (!ignore_disabled)
             if (CH_Segment *d = getDisableSegment(tc))
                 c = d;
-        return evaluateSegment(c, tc, false, thread);
+        return evaluateSegmentAt(c, tc, false, thread);
     }
-    case CH_CHANNEL_EXTEND: return evaluateSegment(s, t, true, thread);
+    case CH_CHANNEL_EXTEND: return evaluateSegmentAt(s, t, true, thread);
     case CH_CHANNEL_SLOPE:
         if (left)
         {
             setEvalTime(0.0f, thread);
-            float y0 = evaluateSegment(s, 0.0f, false, thread);
+            float y0 = evaluateSegmentAt(s, 0.0f, false, thread);
             setEvalTime(theSlopeStep, thread);
-            float y1 = evaluateSegment(s, theSlopeStep, false, thread);
+            float y1 = evaluateSegmentAt(s, theSlopeStep, false, thread);
             return (y1 - y0) * t * theSlopeFactor + y0;
         }
         else
         {
             setEvalTime(myLength, thread);
-            float y1 = evaluateSegment(s, myLength, false, thread);
+            float y1 = evaluateSegmentAt(s, myLength, false, thread);
             setEvalTime(myLength - theSlopeStep, thread);
-            float y0 = evaluateSegment(s, myLength - theSlopeStep, false, thread);
+            float y0 = evaluateSegmentAt(s, myLength - theSlopeStep, false, thread);
             return (t - myLength) * (y1 - y0) * theSlopeFactor + y1;
         }
     }
-    return evaluateSegment(s, t, false, thread);
+    return evaluateSegmentAt(s, t, false, thread);
 }
 
-// The public evaluations end an exception as an evaluation error (0, or
-// the empty string) and refuse thread numbers beyond the slots.
+// The public evaluations go through CH_EvalBoundary; everything below them
+// takes the thread number they accepted.
 float CH_Channel::evaluate(float global_time, bool ignore_disabled, int thread)
 {
-    if (__builtin_expect(thread > UT_Thread::theMaxThreadNumber, 0))
-    {
-        CH_EvalBoundary::acceptThread(thread); // posts the error
-        return 0.0f;
-    }
-    try
-    {
-        return evaluateWithHint(global_time, ignore_disabled, thread, nullptr);
-    }
-    catch (...)
-    {
-        CH_EvalBoundary::exceptionCaught(thread);
-        return 0.0f;
-    }
+    return CH_EvalBoundary::run(
+        thread, [&] { return evaluateWithHint(global_time, ignore_disabled, thread, nullptr); },
+        [] { return 0.0f; });
 }
 
 int CH_Channel::findSegmentIdx(float t, float tol, int *hint) const
@@ -377,10 +379,10 @@ float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int 
     {
         if (!d || t < -tol || t - myLength > tol)
             return myDefaultValue;
-        return evaluateSegment(d, t, true, thread);
+        return evaluateSegmentAt(d, t, true, thread);
     }
     if (d)
-        return evaluateSegment(d, t, true, thread);
+        return evaluateSegmentAt(d, t, true, thread);
     if (t < -tol)
         return evaluateOutside(t, true, ignore_disabled, thread);
     if (t - myLength < -tol)
@@ -388,7 +390,7 @@ float CH_Channel::evaluateWithHint(float global_time, bool ignore_disabled, int 
         // Before the end (t < length - tol, the tolerance being positive):
         // a list segment, never the end segment's index.
         int i = hint ? findSegmentIdx(t, tol, hint) : findSegmentIdx(t, tol);
-        return evaluateSegment(mySegments(i), t, false, thread);
+        return evaluateSegmentAt(mySegments(i), t, false, thread);
     }
     return evaluateOutside(t, false, ignore_disabled, thread);
 }
@@ -399,47 +401,39 @@ void CH_Channel::evaluate(float from, float to, float *out, int count, bool igno
     if (!out || count <= 0)
         return;
     int i = 0; // samples done; the rest are 0
-    if (thread > UT_Thread::theMaxThreadNumber)
-    {
-        CH_EvalBoundary::acceptThread(thread); // posts the error
-        std::fill(out, out + count, 0.0f);
-        return;
-    }
-    try
-    {
-        float step = to - from;
-        if (count > 1)
-            step /= static_cast<float>(count - 1);
-        UT_Interrupt *interrupt = UTgetInterrupt();
-        bool go = interrupt->opStart("Channel array evaluation");
-        UT_ScopeExit end_operation([interrupt] { interrupt->opEnd(); });
-        bool was_enabled = isCacheEnabled();
-        if (use_cache)
-            setCacheEnable(true);
-        UT_ScopeExit restore_cache([this, use_cache, was_enabled] {
+    CH_EvalBoundary::run(
+        thread,
+        [&] {
+            float step = to - from;
+            if (count > 1)
+                step /= static_cast<float>(count - 1);
+            UT_Interrupt *interrupt = UTgetInterrupt();
+            bool go = interrupt->opStart("Channel array evaluation");
+            UT_ScopeExit end_operation([interrupt] { interrupt->opEnd(); });
+            bool was_enabled = isCacheEnabled();
             if (use_cache)
-                setCacheEnable(was_enabled);
-        });
-        CH_Manager *mgr = getManager();
-        std::uint8_t counter = 0;
-        int hint = -1; // consecutive samples mostly fall in one segment
-        for (; go && i < count; ++i)
-        {
-            float t = static_cast<float>(i) * step + from;
-            if (mgr)
-                mgr->setEvaluateTime(t, thread);
-            out[i] = evaluateWithHint(t, ignore_disabled, thread, &hint);
-            if (counter++ == 0 && interrupt->opInterrupt(static_cast<int>(100LL * i / count)))
+                setCacheEnable(true);
+            UT_ScopeExit restore_cache([this, use_cache, was_enabled] {
+                if (use_cache)
+                    setCacheEnable(was_enabled);
+            });
+            CH_Manager *mgr = getManager();
+            std::uint8_t counter = 0;
+            int hint = -1; // consecutive samples mostly fall in one segment
+            for (; go && i < count; ++i)
             {
-                ++i;
-                break;
+                float t = static_cast<float>(i) * step + from;
+                if (mgr)
+                    mgr->setEvaluateTime(t, thread);
+                out[i] = evaluateWithHint(t, ignore_disabled, thread, &hint);
+                if (counter++ == 0 && interrupt->opInterrupt(static_cast<int>(100LL * i / count)))
+                {
+                    ++i;
+                    break;
+                }
             }
-        }
-    }
-    catch (...)
-    {
-        CH_EvalBoundary::exceptionCaught(thread);
-    }
+        },
+        [] {});
     std::fill(out + i, out + count, 0.0f);
 }
 
@@ -461,37 +455,24 @@ void CH_Channel::evaluateStringOutside(UT_String &result, float t, bool left, in
     case CH_CHANNEL_HOLD:
     case CH_CHANNEL_SLOPE: // strings have no slope
         setEvalTime(key, thread);
-        evaluateStringSegment(result, s, key, false, thread);
+        evaluateStringSegmentAt(result, s, key, false, thread);
         return;
     case CH_CHANNEL_CYCLE:
     {
         float tc = cycleTime(t, left);
         setEvalTime(tc, thread);
-        evaluateStringSegment(result, getSegment(tc), tc, false, thread);
+        evaluateStringSegmentAt(result, getSegment(tc), tc, false, thread);
         return;
     }
-    case CH_CHANNEL_EXTEND: evaluateStringSegment(result, s, t, true, thread); return;
+    case CH_CHANNEL_EXTEND: evaluateStringSegmentAt(result, s, t, true, thread); return;
     }
-    evaluateStringSegment(result, s, t, false, thread);
+    evaluateStringSegmentAt(result, s, t, false, thread);
 }
 
 void CH_Channel::evaluateString(UT_String &result, float global_time, int thread)
 {
-    if (thread > UT_Thread::theMaxThreadNumber)
-    {
-        CH_EvalBoundary::acceptThread(thread);
-        result.clear();
-        return;
-    }
-    try
-    {
-        evaluateStringAt(result, global_time, thread);
-    }
-    catch (...)
-    {
-        CH_EvalBoundary::exceptionCaught(thread);
-        result.clear();
-    }
+    CH_EvalBoundary::run(
+        thread, [&] { evaluateStringAt(result, global_time, thread); }, [&] { result.clear(); });
 }
 
 void CH_Channel::evaluateStringAt(UT_String &result, float global_time, int thread)
@@ -511,7 +492,7 @@ void CH_Channel::evaluateStringAt(UT_String &result, float global_time, int thre
     if (t < -tol)
         evaluateStringOutside(result, t, true, thread);
     else if (t - myLength < -tol)
-        evaluateStringSegment(result, getSegment(t), t, false, thread);
+        evaluateStringSegmentAt(result, getSegment(t), t, false, thread);
     else
         evaluateStringOutside(result, t, false, thread);
 }

@@ -1,6 +1,7 @@
 // A segment's value and slope at a time, for the match functions.
 #include <ch/channel/CH_Channel.h>
 
+#include <ch/expr/CH_EvalBoundary.h>
 #include <ch/expr/CH_ExprFunctions.h>
 #include <ch/manager/CH_Manager.h>
 #include <ut/UT_ScopeExit.h>
@@ -35,6 +36,14 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
                                   float &slope)
 {
     value = slope = 0.0f;
+    CH_EvalBoundary::run(
+        thread, [&] { sampleValueSlopeAt(s, global_time, thread, value, slope); },
+        [&] { value = slope = 0.0f; });
+}
+
+void CH_Channel::sampleValueSlopeAt(CH_Segment *s, float global_time, int thread, float &value,
+                                    float &slope)
+{
     if (!s || !myManager)
         return;
     float t = global_time - myStart;
@@ -50,7 +59,7 @@ void CH_Channel::sampleValueSlope(CH_Segment *s, float global_time, int thread, 
     });
     auto sample = [&](float at) {
         setEvalTime(at, thread);
-        return evaluateSegment(s, at, false, thread);
+        return evaluateSegmentAt(s, at, false, thread);
     };
     value = sample(t);
     double exact;

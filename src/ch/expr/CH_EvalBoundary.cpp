@@ -5,10 +5,34 @@
 #include <new>
 #include <string>
 
-int CH_EvalBoundary::refuseThread(int thread)
+int CH_EvalBoundary::acceptOtherThread(int thread)
 {
-    UTaddError("CH", 14, std::to_string(thread).c_str());
+    if (thread <= 0) // negative numbers have always meant the calling thread too
+        thread = UT_Thread::getMySequentialThreadIndex();
+    if (thread <= UT_Thread::theMaxThreadNumber)
+        return thread;
+    // A calling thread numbered beyond the slots is refused too: its slot
+    // would be the scratch one every such number shares.
+    try {
+        UTaddError("CH", 14, std::to_string(thread).c_str());
+    } catch (...) {
+        // Refused all the same, without the message.
+    }
     return 0;
+}
+
+void CH_EvalBoundary::chStaleError::setAside(int thread) noexcept
+{
+    new (mySaved) EV_ErrorAside(ev_SetErrorAside(thread));
+    myThread = thread;
+}
+
+void CH_EvalBoundary::chStaleError::putBack() noexcept
+{
+    EV_ErrorAside &saved = *std::launder(reinterpret_cast<EV_ErrorAside *>(mySaved));
+    if (!ev_GetErrNo(myThread))
+        ev_TakeErrorBack(std::move(saved), myThread);
+    saved.~EV_ErrorAside();
 }
 
 void CH_EvalBoundary::exceptionCaught(int thread) noexcept
@@ -25,6 +49,9 @@ void CH_EvalBoundary::exceptionCaught(int thread) noexcept
     } catch (...) {
         // No memory even for the text: the number alone still fails the
         // evaluation.
-        ev_SetErrNo(EV_ERRCUSTOM, thread);
+        try {
+            ev_SetErrNo(EV_ERRCUSTOM, thread);
+        } catch (...) {
+        }
     }
 }

@@ -2,28 +2,51 @@
 #define CH_EVALBOUNDARY_H
 
 #include <ev/EV_Engine.h>
-#include <ut/UT_ScopeExit.h>
 #include <ut/UT_Thread.h>
 
-/// What the public evaluation entry points (CH_Collection::evaluate and
-/// evaluateString, CH_Channel::evaluate and evaluateString, and the
-/// manager's evaluate, evaluateString and expandString) do at the library
-/// boundary: refuse thread numbers out of range, set aside an error left on
-/// the thread by an earlier evaluation, and turn an exception into an
-/// engine error. See docs/channels.md.
+#include <utility>
+
+/// What every public evaluation entry point does at the library boundary
+/// (CH_Collection::evaluate and evaluateString; CH_Channel::evaluate, point
+/// and range, evaluateString, evaluateSegment, evaluateStringSegment and
+/// sampleValueSlope; the manager's evaluate, evaluateString, expandString,
+/// lookupVariable and lookupExpression), through run(): accept the thread
+/// number, set aside an error left on the thread by an earlier evaluation,
+/// and turn an exception into an engine error. See docs/channels.md.
 class CH_EvalBoundary
 {
 public:
     /// Resolves 0 (or a negative number) to the calling thread's number.
-    /// Beyond UT_Thread::theMaxThreadNumber, posts "CH" error 14 and gives
-    /// 0: the caller then does nothing.
+    /// A number beyond UT_Thread::theMaxThreadNumber, given or the calling
+    /// thread's own, posts "CH" error 14 and gives 0: the caller then does
+    /// nothing.
     static int acceptThread(int thread)
     {
-        if (thread <= 0) // negative numbers have always meant the calling thread too
-            thread = UT_Thread::getMySequentialThreadIndex();
-        if (__builtin_expect(thread <= UT_Thread::theMaxThreadNumber, 1))
+        // One test in the common case: 1 to the largest number.
+        if (__builtin_expect(static_cast<unsigned>(thread) - 1u <
+                                 static_cast<unsigned>(UT_Thread::theMaxThreadNumber),
+                             1))
             return thread;
-        return refuseThread(thread);
+        return acceptOtherThread(thread);
+    }
+
+    /// An entry point's work: accepts the thread (thread is set to the
+    /// number accepted), sets the thread's pending error aside and gives
+    /// work(). A refused thread, or an exception (made the thread's error),
+    /// gives fail() instead, which must not throw.
+    template <typename Work, typename Fail>
+    static auto run(int &thread, Work &&work, Fail &&fail) -> decltype(work())
+    {
+        thread = acceptThread(thread);
+        if (__builtin_expect(thread == 0, 0))
+            return fail();
+        chStaleError stale(thread); // still there when an exception becomes the error
+        try {
+            return work();
+        } catch (...) {
+            exceptionCaught(thread);
+            return fail();
+        }
     }
 
     /// For a catch (...) block: makes the exception being handled the
@@ -31,24 +54,48 @@ public:
     /// evaluation" or "Evaluation failed with an exception"). Never throws.
     static void exceptionCaught(int thread) noexcept;
 
-    /// Clears the error an earlier evaluation left pending on the thread,
-    /// so that it neither stops this one nor is reported as its own; the
-    /// guard returned puts it back at scope end unless this evaluation left
-    /// an error of its own there.
-    [[nodiscard]] static auto setAsideError(int thread)
-    {
-        const int stale = ev_GetErrNo(thread);
-        if (stale)
-            ev_SetErrNo(0, thread);
-        return UT_ScopeExit([stale, thread] {
-            if (stale && !ev_GetErrNo(thread))
-                ev_SetErrNo(stale, thread);
-        });
-    }
-
 private:
-    /// Posts "CH" error 14 for the number; gives 0.
-    static int refuseThread(int thread);
+    /// Clears the error an earlier evaluation left pending on the thread,
+    /// whole (number, text, position), so that it neither stops this one
+    /// nor is reported as its own; puts it back at scope end unless this
+    /// evaluation left an error of its own.
+    class chStaleError
+    {
+    public:
+        // Most evaluations start with no error pending: they pay one test
+        // here and one at the end.
+        explicit chStaleError(int thread) noexcept
+        {
+            if (__builtin_expect(pendingError(thread) != 0, 0))
+                setAside(thread);
+        }
+        ~chStaleError()
+        {
+            if (__builtin_expect(myThread != 0, 0))
+                putBack();
+        }
+        chStaleError(const chStaleError &) = delete;
+        chStaleError &operator=(const chStaleError &) = delete;
+
+    private:
+        void setAside(int thread) noexcept;
+        void putBack() noexcept;
+        static int pendingError(int thread) noexcept
+        {
+            try {
+                return ev_GetErrNo(thread);
+            } catch (...) {
+                return 0; // no memory for the thread's engine state: nothing pending either
+            }
+        }
+
+        int myThread = 0; // the thread whose error is set aside, if any
+        alignas(EV_ErrorAside) unsigned char mySaved[sizeof(EV_ErrorAside)];
+    };
+
+    /// Resolves 0 and negative numbers, refuses numbers beyond the largest
+    /// (posting the error); gives the number accepted or 0.
+    static int acceptOtherThread(int thread);
 };
 
 #endif

@@ -255,23 +255,25 @@ void CH_Collection::checkEvaluationError(const CH_Channel *channel, int thread)
 }
 
 
-// The entry points of evaluation: an error left on the thread by an
-// earlier evaluation is set aside (so only this one's errors are reported),
-// and an exception ends as an evaluation error instead of reaching the host.
+// The entry points of evaluation (see CH_EvalBoundary). The channel's own
+// entry point catches what its evaluation throws; the error it leaves is
+// reported here, while an earlier one is still set aside.
 float CH_Collection::evaluate(CH_Channel *channel, float time, bool ignore_disabled, int thread)
 {
-    if (!channel || !(thread = CH_EvalBoundary::acceptThread(thread)))
+    if (!channel)
         return 0.0f;
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-    float v = 0.0f;
-    try {
-        auto context = CH_Manager::scopeEvalContext(myManager, time, this, thread);
-        v = channel->evaluate(time, ignore_disabled, thread);
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-    }
-    checkEvaluationError(channel, thread);
-    return v;
+    return CH_EvalBoundary::run(
+        thread,
+        [&] {
+            float v;
+            {
+                auto context = CH_Manager::scopeEvalContext(myManager, time, this, thread);
+                v = channel->evaluate(time, ignore_disabled, thread);
+            }
+            checkEvaluationError(channel, thread);
+            return v;
+        },
+        [] { return 0.0f; });
 }
 
 void CH_Collection::evaluate(CH_Channel *channel, float from, float to, float *out, int count,
@@ -279,38 +281,33 @@ void CH_Collection::evaluate(CH_Channel *channel, float from, float to, float *o
 {
     if (!channel || !out || count <= 0)
         return;
-    if (!(thread = CH_EvalBoundary::acceptThread(thread)))
-    {
-        std::fill(out, out + count, 0.0f);
-        return;
-    }
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-    try {
-        auto context = CH_Manager::scopeEvalContext(myManager, from, this, thread);
-        channel->evaluate(from, to, out, count, ignore_disabled, use_cache, thread);
-    } catch (...) {
-        // The channel's range evaluation handles its own; only the
-        // context above can get here, before any sample was written.
-        std::fill(out, out + count, 0.0f);
-        CH_EvalBoundary::exceptionCaught(thread);
-    }
-    checkEvaluationError(channel, thread);
+    CH_EvalBoundary::run(
+        thread,
+        [&] {
+            {
+                auto context = CH_Manager::scopeEvalContext(myManager, from, this, thread);
+                channel->evaluate(from, to, out, count, ignore_disabled, use_cache, thread);
+            }
+            checkEvaluationError(channel, thread);
+        },
+        [&] { std::fill(out, out + count, 0.0f); });
 }
 
 void CH_Collection::evaluateString(UT_String &result, CH_Channel *channel, float time, int thread)
 {
     result = "";
-    if (!channel || !(thread = CH_EvalBoundary::acceptThread(thread)))
+    if (!channel)
         return;
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-    try {
-        auto context = CH_Manager::scopeEvalContext(myManager, time, this, thread);
-        channel->evaluateString(result, time, thread);
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-        result.clear();
-    }
-    checkEvaluationError(channel, thread);
+    CH_EvalBoundary::run(
+        thread,
+        [&] {
+            {
+                auto context = CH_Manager::scopeEvalContext(myManager, time, this, thread);
+                channel->evaluateString(result, time, thread);
+            }
+            checkEvaluationError(channel, thread);
+        },
+        [&] { result.clear(); });
 }
 
 void CH_Collection::setChanged(CH_CHANGE_TYPE type, void *)

@@ -222,29 +222,28 @@ bool CH_Manager::getVariableString(const char *name, UT_String &value, int &time
 
 bool CH_Manager::lookupVariable(const char *name, UT_String &value, int thread)
 {
-    bool timeDependent = false;
-    if (!name || !(thread = CH_EvalBoundary::acceptThread(thread)))
+    if (!name)
         return false;
-    try {
-        return chLookupVariable(getContext(), name, value, thread, timeDependent);
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-        return false;
-    }
+    return CH_EvalBoundary::run(
+        thread,
+        [&] {
+            bool timeDependent = false;
+            return chLookupVariable(getContext(), name, value, thread, timeDependent);
+        },
+        [] { return false; });
 }
 
 bool CH_Manager::lookupExpression(const char *text, UT_String &value, int thread)
 {
-    bool timeDependent = false;
-    if (!text || !(thread = CH_EvalBoundary::acceptThread(thread)))
+    if (!text)
         return false;
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-    try {
-        return chLookupExpression(getContext(), text, value, thread, timeDependent);
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-        return false;
-    }
+    return CH_EvalBoundary::run(
+        thread,
+        [&] {
+            bool timeDependent = false;
+            return chLookupExpression(getContext(), text, value, thread, timeDependent);
+        },
+        [] { return false; });
 }
 
 bool CH_Manager::lookupVariableNoThread(const char *name, UT_String &value)
@@ -260,33 +259,39 @@ bool CH_Manager::lookupExpressionNoThread(const char *text, UT_String &value)
 int CH_Manager::expandString(const char *text, UT_String &out, float time, CH_Collection *collection,
                              int thread, int flags)
 {
-    if (!(thread = CH_EvalBoundary::acceptThread(thread))) {
-        out = text;
-        return 0;
-    }
-    setContext();
-    chEvalSlot &slot = myEvalSlots.get(thread); // slots never move
-    const double savedTime = slot.time;
-    CH_Collection *const savedCollection = slot.collection;
-    slot.time = time;
-    if (collection)
-        slot.collection = collection;
-    UT_ScopeExit restore([&slot, savedTime, savedCollection] {
-        slot.time = savedTime;
-        slot.collection = savedCollection;
-    });
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-
     chScan scan{this, thread, false};
-    try {
-        UT_WorkBuffer result;
-        const bool changed = UTExprVariableScan(text, (flags & 2) ? chScanCallback<chLookupVariable> : nullptr,
-                                                (flags & 1) ? chScanCallback<chLookupExpression> : nullptr,
-                                                &scan, result);
-        out = changed ? result.toStdString() : std::string(text ? text : "");
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-        out.clear(); // assigning the text could fail the same way
+    const int done = CH_EvalBoundary::run(
+        thread,
+        [&] {
+            setContext();
+            chEvalSlot &slot = myEvalSlots.get(thread); // slots never move
+            const double savedTime = slot.time;
+            CH_Collection *const savedCollection = slot.collection;
+            slot.time = time;
+            if (collection)
+                slot.collection = collection;
+            UT_ScopeExit restore([&slot, savedTime, savedCollection] {
+                slot.time = savedTime;
+                slot.collection = savedCollection;
+            });
+            scan.thread = thread;
+            UT_WorkBuffer result;
+            const bool changed =
+                UTExprVariableScan(text, (flags & 2) ? chScanCallback<chLookupVariable> : nullptr,
+                                   (flags & 1) ? chScanCallback<chLookupExpression> : nullptr, &scan, result);
+            out = changed ? result.toStdString() : std::string(text ? text : "");
+            return 1;
+        },
+        [&] {
+            out.clear(); // assigning the text could fail the same way
+            return 0;
+        });
+    if (!done && !thread) {
+        // A refused thread leaves the text as it is.
+        try {
+            out = text;
+        } catch (...) {
+        }
     }
     return scan.timeDependent ? static_cast<int>(EV_FLAG_TIMEDEP) : 0;
 }
@@ -296,41 +301,37 @@ float CH_Manager::evaluate(const char *text, float time, CH_Collection *collecti
 {
     if (timeDependent)
         *timeDependent = 0;
-    if (!(thread = CH_EvalBoundary::acceptThread(thread)))
-        return 0.0f;
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-    try {
-        CH_Expression expr(text, language);
-        setContext();
-        auto context = scopeEvalContext(this, time, collection, thread);
-        const float value = expr.evaluate(thread);
-        if (timeDependent)
-            *timeDependent = (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
-        return value;
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-        return 0.0f;
-    }
+    return CH_EvalBoundary::run(
+        thread,
+        [&] {
+            CH_Expression expr(text, language);
+            setContext();
+            auto context = scopeEvalContext(this, time, collection, thread);
+            const float value = expr.evaluate(thread);
+            if (timeDependent)
+                *timeDependent = (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
+            return value;
+        },
+        [] { return 0.0f; });
 }
 
 int CH_Manager::evaluateString(const char *text, UT_String &out, float time, CH_Collection *collection,
                                int thread, CH_ExprLanguage language)
 {
     out.clear();
-    if (!(thread = CH_EvalBoundary::acceptThread(thread)))
-        return 0;
-    auto stale = CH_EvalBoundary::setAsideError(thread);
-    try {
-        CH_Expression expr(text, language);
-        setContext();
-        auto context = scopeEvalContext(this, time, collection, thread);
-        expr.evaluateString(out, thread);
-        return (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
-    } catch (...) {
-        CH_EvalBoundary::exceptionCaught(thread);
-        out.clear();
-        return 0;
-    }
+    return CH_EvalBoundary::run(
+        thread,
+        [&] {
+            CH_Expression expr(text, language);
+            setContext();
+            auto context = scopeEvalContext(this, time, collection, thread);
+            expr.evaluateString(out, thread);
+            return (expr.getExpressionFlag() & EV_FLAG_TIMEDEP) ? 1 : 0;
+        },
+        [&] {
+            out.clear();
+            return 0;
+        });
 }
 
 void CH_Manager::buildStringOpDependencies(const char *, void *, CH_Collection *, int)
