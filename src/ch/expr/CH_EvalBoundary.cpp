@@ -5,12 +5,8 @@
 #include <new>
 #include <string>
 
-int CH_EvalBoundary::acceptOtherThread(int thread)
+int CH_EvalBoundary::refuseThread(int thread) noexcept
 {
-    if (thread <= 0) // negative numbers have always meant the calling thread too
-        thread = UT_Thread::getMySequentialThreadIndex();
-    if (thread <= UT_Thread::theMaxThreadNumber)
-        return thread;
     // A calling thread numbered beyond the slots is refused too: its slot
     // would be the scratch one every such number shares.
     try {

@@ -22,14 +22,14 @@ public:
     /// nothing.
     static int acceptThread(int thread)
     {
-        // One test in the common case: 1 to the largest number.
-        if (__builtin_expect(static_cast<unsigned>(thread) - 1u <
-                                 static_cast<unsigned>(UT_Thread::theMaxThreadNumber),
-                             1))
+        // Inline, since most callers pass 0: one read of the thread's number
+        // and one test in the common case.
+        if (thread <= 0) // negative numbers have always meant the calling thread too
+            thread = UT_Thread::getMySequentialThreadIndex();
+        if (__builtin_expect(thread <= UT_Thread::theMaxThreadNumber, 1))
             return thread;
-        return acceptOtherThread(thread);
+        return refuseThread(thread);
     }
-
     /// An entry point's work: accepts the thread (thread is set to the
     /// number accepted), sets the thread's pending error aside and gives
     /// work(). A refused thread, or an exception (made the thread's error),
@@ -93,9 +93,8 @@ private:
         alignas(EV_ErrorAside) unsigned char mySaved[sizeof(EV_ErrorAside)];
     };
 
-    /// Resolves 0 and negative numbers, refuses numbers beyond the largest
-    /// (posting the error); gives the number accepted or 0.
-    static int acceptOtherThread(int thread);
+    /// Posts "CH" error 14 for a number beyond the largest; gives 0.
+    static int refuseThread(int thread) noexcept;
 };
 
 #endif
