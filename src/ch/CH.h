@@ -5,7 +5,6 @@
 
 #include <ch/CH_Version.h>
 #include <ch/auxiliary/CH_ScriptAccessManager.h>
-#include <ch/expr/CH_EvalBoundary.h>
 #include <ch/expr/CH_ExprDefine.h>
 #include <ch/expr/CH_ExprFunctions.h>
 #include <ch/expr/CH_ExprLanguage.h>

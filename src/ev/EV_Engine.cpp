@@ -110,22 +110,18 @@ std::string ev_Disassemble(const EV_EXPRESSION *expr)
 
 // ---- Errors ----------------------------------------------------------------
 
-namespace {
-__attribute__((noinline)) int evGetErrNoSlowly(int thread)
+__attribute__((noinline)) int evGetErrNoSlowly(int thread) noexcept
 {
-    return evGetThreadState(thread).error;
+    try {
+        return evGetThreadState(thread).error;
+    } catch (...) {
+        return 0; // no memory for the thread's engine state: nothing pending either
+    }
 }
-} // namespace
 
-// Every evaluation entry point asks: an inline slot is read without a frame.
 int ev_GetErrNo(int thread)
 {
-    evThreadStates *states = evTheThreadStates.load(std::memory_order_acquire);
-    if (__builtin_expect(states != nullptr && static_cast<unsigned>(thread) - 1u <
-                                                  static_cast<unsigned>(evThreadStates::theInlineSlots),
-                         1))
-        return states->at(thread).error;
-    return evGetErrNoSlowly(thread);
+    return evPendingError(thread);
 }
 
 bool ev_IsUnwinding(int thread)

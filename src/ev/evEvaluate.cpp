@@ -2,7 +2,6 @@
 #include "evRegistry.h"
 
 #include <ev/EV_Engine.h>
-#include <ut/UT_ScopeExit.h>
 #include <ut/UT_String.h>
 
 #include <cmath>
@@ -83,6 +82,18 @@ __attribute__((noinline)) int evLeaveSlowly(evThreadState &state, int pending, i
         state.error = error;
     }
     return error;
+}
+
+// Callbacks must not throw; if one does, it fails the evaluation instead of
+// unwinding through the host. Gives the evaluation's error.
+__attribute__((noinline)) int evCallbackThrew(evThreadState &state) noexcept
+{
+    try {
+        state.custom = "A function failed with an exception";
+    } catch (...) {
+        state.custom.clear(); // no memory for the text either
+    }
+    return EV_ERRCUSTOM;
 }
 
 // A text that did not compile reports its error, with where it was found,
@@ -729,30 +740,19 @@ bool evEvaluateWith(EV_EXPRESSION &expr, int thread, Run run)
     if (__builtin_expect(pending != 0, 0))
         evSetErrorAside(state);
     ++state.depth;
-    int error = 0;
-    {
-        // Leaving: in the common case (nothing pending, no error reached the
-        // thread from elsewhere, not unwinding) the thread's error already
-        // is the run's and only the depth changes; the rest is out of line.
-        UT_ScopeExit restore([&state, &error, pending] {
-            if (__builtin_expect((pending | (state.error ^ error) | (state.depth & evThreadState::theUnwinding)) != 0, 0))
-                error = evLeaveSlowly(state, pending, error);
-            else
-                --state.depth;
-        });
-        try {
-            error = run(*prog, state);
-        } catch (...) {
-            // Callbacks must not throw; if one does, it fails the evaluation
-            // instead of unwinding through the host.
-            error = EV_ERRCUSTOM;
-            try {
-                state.custom = "A function failed with an exception";
-            } catch (...) {
-                state.custom.clear(); // no memory for the text either
-            }
-        }
+    int error;
+    try {
+        error = run(*prog, state);
+    } catch (...) {
+        error = evCallbackThrew(state);
     }
+    // Leaving: in the common case (nothing pending, no error reached the
+    // thread from elsewhere, not unwinding) the thread's error already is
+    // the run's and only the depth changes; the rest is out of line.
+    if (__builtin_expect((pending | (state.error ^ error) | (state.depth & evThreadState::theUnwinding)) != 0, 0))
+        error = evLeaveSlowly(state, pending, error);
+    else
+        --state.depth;
     return error == 0;
 }
 

@@ -126,6 +126,21 @@ inline evThreadState &evGetThreadState(int thread)
     return states->get(thread);
 }
 
+/// The error pending on a thread (a number already accepted, 1 or more),
+/// inline in the common case of an inline slot; out of line, and 0 when the
+/// thread's state cannot be made, otherwise. For the library's own entry
+/// points, which all ask before they start.
+int evGetErrNoSlowly(int thread) noexcept;
+inline int evPendingError(int thread) noexcept
+{
+    evThreadStates *states = evTheThreadStates.load(std::memory_order_acquire);
+    if (__builtin_expect(states != nullptr && static_cast<unsigned>(thread) - 1u <
+                                                  static_cast<unsigned>(evThreadStates::theInlineSlots),
+                         1))
+        return states->at(thread).error;
+    return evGetErrNoSlowly(thread);
+}
+
 /// The flag-word bits that reading a bound variable sets.
 inline unsigned evBindingMask(const EV_VarBinding &b)
 {

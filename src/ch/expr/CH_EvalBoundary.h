@@ -2,12 +2,14 @@
 #define CH_EVALBOUNDARY_H
 
 #include <ev/EV_Engine.h>
+#include <ev/evRegistry.h>
 #include <ut/UT_Thread.h>
 
 #include <utility>
 
-/// What every public evaluation entry point does at the library boundary
-/// (CH_Collection::evaluate and evaluateString; CH_Channel::evaluate, point
+/// Internal to the library (it reads the engine's thread state inline), so
+/// not installed. What every public evaluation entry point does at the
+/// library boundary (CH_Collection::evaluate and evaluateString; CH_Channel::evaluate, point
 /// and range, evaluateString, evaluateSegment, evaluateStringSegment and
 /// sampleValueSlope; the manager's evaluate, evaluateString, expandString,
 /// lookupVariable and lookupExpression), through run(): accept the thread
@@ -80,14 +82,8 @@ private:
     private:
         void setAside(int thread) noexcept;
         void putBack() noexcept;
-        static int pendingError(int thread) noexcept
-        {
-            try {
-                return ev_GetErrNo(thread);
-            } catch (...) {
-                return 0; // no memory for the thread's engine state: nothing pending either
-            }
-        }
+        // The engine's own inline read: this is on every evaluation's path.
+        static int pendingError(int thread) noexcept { return evPendingError(thread); }
 
         int myThread = 0; // the thread whose error is set aside, if any
         alignas(EV_ErrorAside) unsigned char mySaved[sizeof(EV_ErrorAside)];
