@@ -208,7 +208,7 @@ TEST_F(CHChannel, SingleKeyCyclesAtItsKey)
 TEST_F(CHChannel, EmptyChannelGivesItsDefaults)
 {
     CH_Channel *empty = obj.addChannel("ty", 3.0f, "1+1"); // the default string is an expression
-    EXPECT_EQ(obj.addChannel("ty"), nullptr); // names are unique
+    EXPECT_EQ(obj.addChannel("ty"), empty); // a taken name gives its channel
     empty->setLeftBehavior(CH_CHANNEL_CYCLE);
     for (float t : {-10.0f, 0.0f, 100.0f})
         EXPECT_EQ(obj.evaluate(empty, t, false, 0), 3.0f);

@@ -54,6 +54,12 @@ CH_Channel::CH_Channel(CH_Collection *collection, const CH_Channel &from)
         mgr->scopeChanged(1, true);
 }
 
+void CH_Channel::setCollection(CH_Collection *collection)
+{
+    myCollection = collection;
+    myManager = managerOf(collection);
+}
+
 CH_Channel::~CH_Channel()
 {
     if (myManager)

@@ -43,6 +43,9 @@ public:
 
     // ---- Identity --------------------------------------------------------------
     CH_Collection *getCollection() const { return myCollection; }
+    /// Points the channel at a collection (and its manager); the collection
+    /// lists it (CH_Collection::addChannel does both).
+    void setCollection(CH_Collection *collection);
     CH_Manager *getManager() const { return myManager; }
     float getTolerance() const;
     const char *getName() const { return myName; }
@@ -50,6 +53,19 @@ public:
     /// The alias, or the name when there is none.
     const char *getAlias() const { return myAlias.isstring() ? myAlias.c_str() : myName.c_str(); }
     void setAlias(const char *alias) { myAlias = alias; }
+    bool hasAlias() const { return myAlias.isstring(); }
+    /// The rotation triple the channel belongs to, by axis (0 x, 1 y, 2 z):
+    /// the channels of its collection named like it but for a last letter
+    /// x, y or z; this channel at its own axis; null where one is missing
+    /// (or when the name does not end in x, y or z). The collection resolves
+    /// them whenever names change; qlinear() only reads them.
+    CH_Channel *getRotationTriple(int axis) const { return myRotationTriple[axis]; }
+    void setRotationTriple(CH_Channel *x, CH_Channel *y, CH_Channel *z)
+    {
+        myRotationTriple[0] = x;
+        myRotationTriple[1] = y;
+        myRotationTriple[2] = z;
+    }
     void getFullPath(UT_String &path) const;
     CH_ExprLanguage getCollectionExprLanguage() const;
     /// Named exactly "rx", "ry" or "rz".
@@ -289,6 +305,7 @@ private:
     /// Start of each list segment, then the length, for the segment search.
     /// Kept by adjustSegmentTimes().
     CH_SegmentIndex myIndex;
+    CH_Channel *myRotationTriple[3] = {nullptr, nullptr, nullptr};
 };
 
 #endif

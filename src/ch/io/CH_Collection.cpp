@@ -12,6 +12,7 @@
 #include <ut/UT_Thread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -40,17 +41,68 @@ const CH_LocalVariable theLocalVariables[] = {
     {nullptr, 0, 0},
 };
 
+std::atomic<int> theNextUniqueId{1};
+
 } // namespace
 
 CH_Collection::CH_Collection(CH_Manager *manager, CH_Collection *parent, const char *name)
-    : myManager(manager), myParent(parent), myName(name)
+    : myManager(manager), myParent(parent), myName(name),
+      myExprLanguage(manager ? manager->getDefaultExprLanguage() : CH_ORVISH),
+      myUniqueId(theNextUniqueId.fetch_add(1, std::memory_order_relaxed))
 {
 }
 
 CH_Collection::~CH_Collection()
 {
-    for (CH_Channel *c : myChannels)
-        delete c;
+    deleteChannels();
+}
+
+void CH_Collection::initManager(CH_Manager *manager)
+{
+    myManager = manager;
+    if (manager)
+        myExprLanguage = manager->getDefaultExprLanguage();
+}
+
+CH_Collection *CH_Collection::getRoot()
+{
+    CH_Collection *c = this;
+    while (c->myParent)
+        c = c->myParent;
+    return c;
+}
+
+const CH_Collection *CH_Collection::getRoot() const
+{
+    return const_cast<CH_Collection *>(this)->getRoot();
+}
+
+CH_Collection *CH_Collection::findCollection(const char *path) const
+{
+    CH_Collection *self = const_cast<CH_Collection *>(this);
+    if (!path)
+        return nullptr;
+    if (!*path || !std::strcmp(path, "."))
+        return self;
+    if (!std::strcmp(path, ".."))
+        return myParent;
+    return nullptr;
+}
+
+void CH_Collection::getFullPath(const CH_Channel *channel, UT_String &path, bool use_alias) const
+{
+    getFullPath(path);
+    if (!channel)
+        return;
+    if (std::strcmp(path, "/") != 0)
+        path += "/";
+    path += use_alias ? channel->getAlias() : channel->getName();
+}
+
+void CH_Collection::removeParamDependency()
+{
+    if (myManager)
+        myManager->removeParamDependency(this);
 }
 
 void CH_Collection::getFullPath(UT_String &path) const
@@ -72,12 +124,57 @@ const CH_LocalVariable *CH_Collection::getLocalVariableTable()
 
 const CH_LocalVariable *CH_Collection::getLocalVariable(const char *name) const
 {
-    if (!name)
+    int table;
+    const CH_LocalVariable *v;
+    bool dynamic;
+    return resolveVariable(name, table, v, dynamic) ? v : nullptr;
+}
+
+bool CH_Collection::resolveVariable(const char *name, int &table, const CH_LocalVariable *&variable,
+                                    bool &dynamic) const
+{
+    auto find = [name](const CH_LocalVariable *v) -> const CH_LocalVariable * {
+        for (; v && v->name; ++v)
+            if (!std::strcmp(v->name, name))
+                return v;
         return nullptr;
-    for (const CH_LocalVariable *v = theLocalVariables; v->name; ++v)
-        if (!std::strcmp(v->name, name))
-            return v;
-    return nullptr;
+    };
+    if (!name)
+        return false;
+    if ((variable = find(theLocalVariables))) {
+        table = 1;
+        dynamic = false;
+        return true;
+    }
+    for (std::size_t i = 0; i < myVariableTables.size(); ++i) {
+        if ((variable = find(myVariableTables[i].table))) {
+            table = static_cast<int>(i) + 2;
+            dynamic = myVariableTables[i].dynamic;
+            return true;
+        }
+    }
+    return false;
+}
+
+void CH_Collection::addLocalVariables(const CH_LocalVariable *table)
+{
+    addVariables(table, false);
+}
+
+void CH_Collection::addDynamicVariables(const CH_LocalVariable *table)
+{
+    addVariables(table, true);
+}
+
+void CH_Collection::addVariables(const CH_LocalVariable *table, bool dynamic)
+{
+    if (!table)
+        return;
+    myVariableTables.push_back({table, dynamic});
+    // Names compiled before may mean one of the new variables now.
+    for (CH_Channel *c : myChannels)
+        for (int i = 0; i < c->getNSegments(); ++i)
+            c->getSegment(static_cast<unsigned>(i))->unresolveLocalVars(0);
 }
 
 
@@ -85,6 +182,8 @@ float CH_Collection::getVariableValue(int table, int id, int thread)
 {
     if (table == 0)
         return myManager ? myManager->getVariableValue(id, thread) : 0.0f;
+    if (table != 1)
+        return 0.0f; // the tables a host added: the host's subclass answers
     CH_Channel *c = myEvalSlots.get(thread).channel;
     CH_Segment *s = c ? c->getEvaluationSegment(thread) : nullptr;
     if (!s)
@@ -140,45 +239,6 @@ void *CH_Collection::getVariableData(int table, int id, int thread)
     return nullptr;
 }
 
-// ---- Channels ---------------------------------------------------------------------
-
-CH_Channel *CH_Collection::addChannel(const char *name, float default_value,
-                                      const char *default_string)
-{
-    if (!name || !*name || getChannel(name))
-        return nullptr;
-    auto *channel = new CH_Channel(this, name, default_value, default_string);
-    myChannels.append(channel);
-    CHevent(CH_CHANNELS_ADDED, channel);
-    return channel;
-}
-
-CH_Channel *CH_Collection::getChannel(const char *name) const
-{
-    if (!name)
-        return nullptr;
-    for (CH_Channel *c : myChannels)
-        if (!std::strcmp(c->getName(), name))
-            return c;
-    return nullptr;
-}
-
-void CH_Collection::deleteChannel(CH_Channel *channel)
-{
-    if (myChannels.find(channel) < 0)
-        return;
-    CHevent(CH_CHANNELS_DELETED, channel);
-    myChannels.remove(channel);
-    delete channel;
-}
-
-void CH_Collection::replaceChannel(const CH_Channel *from, CH_Channel *to)
-{
-    int i = myChannels.find(const_cast<CH_Channel *>(from));
-    if (i >= 0)
-        myChannels(i) = to;
-}
-
 float CH_Collection::getTolerance() const
 {
     return myManager ? myManager->getTolerance() : 1.0f / 2400.0f;
@@ -231,6 +291,13 @@ void CH_Collection::setEvalChannel(CH_Channel *channel, const char *name, CH_Cha
 CH_Channel *CH_Collection::getEvalChannel(int thread) const
 {
     return myEvalSlots.get(thread).channel;
+}
+
+void CH_Collection::getEvalChannelAndName(CH_Channel *&channel, const char *&name, int thread) const
+{
+    const chEvalSlot &slot = myEvalSlots.get(thread);
+    channel = slot.channel;
+    name = slot.name;
 }
 
 void CH_Collection::evaluationError(const CH_Channel *channel, int err, int thread)

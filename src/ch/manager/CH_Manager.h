@@ -355,6 +355,11 @@ public:
     void updateCurrentGroup(CH_Group *group, void *data, bool send = true);
     UT_PtrArray<CH_Group *> getSelectedGroups();
     void updateGroupSelection(const UT_PtrArray<CH_Group *> &groups, void *data, bool send = true);
+    /// Appends the live channels of the groups whose paths match the
+    /// pattern (a matched group's subgroups are not searched again; each
+    /// group's channels include its subgroups'), the groups last to first.
+    /// Returns the number appended.
+    int findChannelsFromGroups(UT_PtrArray<CH_Channel *> &channels, const char *pattern);
     void channelCreated(const CH_Channel *) {}
     void channelDeleted(const CH_Channel *) {}
     /// A hook for hosts that keep node paths in groups; nothing here.

@@ -56,24 +56,35 @@ unsigned chUsageBits(const CH_LocalVariable &v)
     return 0;
 }
 
-bool chResolveLocalVar(const char *name, EV_VarBinding &binding, int)
+// The thread's evaluation collection, when compiling in one, resolves its
+// own and its added tables (table 1, then 2, 3, ...); otherwise the
+// collections' own table; then the manager's globals (table 0).
+bool chResolveLocalVar(const char *name, EV_VarBinding &binding, int thread)
 {
+    CH_Manager *manager = CH_Manager::getContext();
+    CH_Collection *collection = manager ? manager->getEvalCollection(thread) : nullptr;
     const CH_LocalVariable *v = nullptr;
-    for (const CH_LocalVariable *l = CH_Collection::getLocalVariableTable(); l->name; ++l)
-        if (!std::strcmp(l->name, name))
-            v = l;
-    if (v) {
-        binding.id = 1;
-    } else if ((v = CH_Manager::findGlobalVariable(name))) {
-        binding.id = 0;
+    int table = 1;
+    bool dynamic = false;
+    if (collection) {
+        if (!collection->resolveVariable(name, table, v, dynamic))
+            v = nullptr;
     } else {
-        return false;
+        for (const CH_LocalVariable *l = CH_Collection::getLocalVariableTable(); l->name && !v; ++l)
+            if (!std::strcmp(l->name, name))
+                v = l;
     }
+    if (!v) {
+        if (!(v = CH_Manager::findGlobalVariable(name)))
+            return false;
+        table = 0;
+    }
+    binding.id = table;
     binding.handle = v;
-    binding.flags = chUsageBits(*v);
+    binding.flags = table <= 1 ? chUsageBits(*v) : 0u;
     if (v->flags & CH_LocalVariable::STRING)
         binding.flags |= EV_VarBinding::STRING;
-    if (v->isTimeDependent())
+    if (v->isTimeDependent() || dynamic)
         binding.flags |= EV_VarBinding::TIME_DEP;
     return true;
 }

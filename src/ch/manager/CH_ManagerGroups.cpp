@@ -221,3 +221,55 @@ void CH_Manager::destroyTimeGroup(const CH_TimeGroup *group)
     if (group)
         destroyTimeGroup(getTimeGroupIdx(group->getName()));
 }
+
+// ---- Channels of groups -----------------------------------------------------------
+
+namespace {
+
+// The groups under 'group' whose paths match the pattern (with or without
+// a leading "/"), first to last; a matching group's subgroups are skipped.
+void chFindGroups(CH_Group *group, const char *pattern, UT_PtrArray<CH_Group *> &found)
+{
+    UT_String path, rooted;
+    group->getFullPath(path);
+    if (path.buffer()[0] != '/')
+        rooted = "/";
+    rooted += path;
+    if (UT_String::multiMatch(rooted, pattern) || UT_String::multiMatch(path, pattern)) {
+        if (!group->isRoot()) {
+            found.append(group);
+            return;
+        }
+    }
+    for (CH_Group *child : group->getSubGroups())
+        chFindGroups(child, pattern, found);
+}
+
+// The references of a group and all its descendants, each once.
+void chGatherRefs(const CH_Group *group, CH_ChannelRefHashTable &refs)
+{
+    for (const auto &entry : group->getChannelTable())
+        refs.set(entry.first.getRef(), 1);
+    for (const CH_Group *child : group->getSubGroups())
+        chGatherRefs(child, refs);
+}
+
+} // namespace
+
+int CH_Manager::findChannelsFromGroups(UT_PtrArray<CH_Channel *> &channels, const char *pattern)
+{
+    UT_PtrArray<CH_Group *> groups;
+    if (myTopGroup && pattern)
+        chFindGroups(myTopGroup.get(), pattern, groups);
+    int appended = 0;
+    for (int i = groups.entries() - 1; i >= 0; --i) {
+        CH_ChannelRefHashTable refs;
+        chGatherRefs(groups(i), refs);
+        for (const auto &entry : refs)
+            if (CH_Channel *c = getChRefChannel(entry.first.getRef())) {
+                channels.append(c);
+                ++appended;
+            }
+    }
+    return appended;
+}

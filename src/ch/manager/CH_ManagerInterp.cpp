@@ -127,31 +127,24 @@ bool chInQlinear(const CH_Channel *c)
     return std::find(theQlinearChannels.begin(), theQlinearChannels.end(), c) != theQlinearChannels.end();
 }
 
-// The rotation triple of a channel named "...x", "...y" or "...z": the
-// channels of its collection with that last letter replaced by x, y and z,
-// valued at the segment's ends (global times). The channel itself
-// contributes its own in and out values.
+// The rotation triple of a channel named "...x", "...y" or "...z" (resolved
+// by its collection whenever names change), valued at the segment's ends
+// (global times). The channel itself contributes its own in and out values.
 bool chRotationTriple(CH_Channel *channel, const chSegmentTimes &s, UT_Vector3 &from, UT_Vector3 &to,
                       int &index, int thread)
 {
-    CH_Collection *collection = channel->getCollection();
-    const char *name = channel->getName();
-    std::size_t n = name ? std::strlen(name) : 0;
-    if (!collection || n == 0)
-        return false;
-    char last = name[n - 1];
-    if (last < 'x' || last > 'z')
-        return false;
-    index = last - 'x';
     CH_Channel *triple[3];
-    std::string sibling(name);
+    index = -1;
+    for (int i = 0; i < 3; ++i) {
+        triple[i] = channel->getRotationTriple(i);
+        if (triple[i] == channel)
+            index = i;
+    }
+    if (index < 0)
+        return false;
     for (int i = 0; i < 3; ++i)
-    {
-        sibling[n - 1] = static_cast<char>('x' + i);
-        triple[i] = i == index ? channel : collection->getChannel(sibling.c_str());
         if (!triple[i] || (i != index && chInQlinear(triple[i])))
             return false;
-    }
     chQlinearGuard guard(channel);
     float offset = channel->getStart();
     for (int i = 0; i < 3; ++i)
@@ -390,6 +383,5 @@ float CH_Manager::evalQlinearFunc(int thread)
     int index = 0;
     if (!chRotationTriple(channel, s, from, to, index, thread))
         return (1.0f - u) * s.in + u * s.out;
-    // Collections carry no rotation order yet: XYZ, the default order.
-    return interpolateEulerDegrees(from, to, u, UT_XformOrder(UT_XformOrder::XYZ))[index];
+    return interpolateEulerDegrees(from, to, u, collection->getXformOrder())[index];
 }
