@@ -108,6 +108,13 @@ TEST_F(CHChannelSwap, TemporaryCopyInTheSameCollectionSwapsBackIn)
     EXPECT_EQ(a_obj.getChannel("tx"), tx);
     EXPECT_EQ(tx->getSegment(0u)->getChannel(), tx);
     EXPECT_EQ(temp.getSegment(0u)->getChannel(), &temp);
+
+    // Two listed channels of one collection: each name finds the channel
+    // that carries it now.
+    tx->swap(*ty);
+    EXPECT_STREQ(tx->getName(), "ty");
+    EXPECT_EQ(a_obj.getChannel("ty"), tx);
+    EXPECT_EQ(a_obj.getChannel("tx"), ty);
 }
 
 TEST_F(CHChannelSwap, AcrossCollectionsTheListsFollowTheChannels)

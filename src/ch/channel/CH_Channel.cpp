@@ -846,13 +846,19 @@ void CH_Channel::swap(CH_Channel &other)
     other.initializeSegmentParents();
     // Between collections the two also change places in the collections'
     // lists, so each lists exactly the channels that point to it. (Within
-    // one, as for editing a temporary copy, the list stays as it is.)
+    // one, as for editing a temporary copy, the list stays as it is and
+    // only the names the two listed channels exchanged are re-entered.)
     if (mine != theirs)
     {
         if (mine)
             mine->replaceChannel(this, &other);
         if (theirs)
             theirs->replaceChannel(&other, this);
+    }
+    else if (mine)
+    {
+        mine->reenterNames(this, &other);
+        mine->reenterNames(&other, this);
     }
 }
 

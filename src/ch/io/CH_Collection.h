@@ -271,6 +271,9 @@ private:
     /// Puts 'to' in 'from's place in the list and the name table (when
     /// 'from' is listed): 'to' has just taken 'from's name and alias.
     void replaceChannel(const CH_Channel *from, CH_Channel *to);
+    /// After a swap within this collection: the names 'channel' now carries
+    /// lead to it, when it is listed and they led to 'was'.
+    void reenterNames(CH_Channel *channel, const CH_Channel *was);
 
     /// Lists a channel whose name is valid and free, enters its name (and
     /// alias) and announces it.

@@ -226,11 +226,18 @@ void CH_Collection::replaceChannel(const CH_Channel *from, CH_Channel *to)
     if (i < 0)
         return;
     myChannels(i) = to;
-    if (getChannel(to->getName()) == from)
-        myNames.addSymbol(to->getName(), to);
-    if (to->hasAlias() && getChannel(to->getAlias()) == from)
-        myNames.addSymbol(to->getAlias(), to);
-    relinkRotationTriple(to->getName());
+    reenterNames(to, from);
+}
+
+void CH_Collection::reenterNames(CH_Channel *channel, const CH_Channel *was)
+{
+    if (myChannels.find(channel) < 0)
+        return;
+    if (getChannel(channel->getName()) == was)
+        myNames.addSymbol(channel->getName(), channel);
+    if (channel->hasAlias() && getChannel(channel->getAlias()) == was)
+        myNames.addSymbol(channel->getAlias(), channel);
+    relinkRotationTriple(channel->getName());
 }
 
 // ---- Names ----------------------------------------------------------------------------
