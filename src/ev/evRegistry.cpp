@@ -1,5 +1,6 @@
 #include "evRegistry.h"
 
+#include <ut/UT_Thread.h>
 #include <ut/UT_ThreadSlots.h>
 
 #include <cstdio>
@@ -7,12 +8,33 @@
 
 std::atomic<evThreadStates *> evTheThreadStates{nullptr};
 
+namespace {
+
+// A thread that ends leaves nothing to the next thread given its number:
+// an error it left pending would otherwise fail that thread's first
+// evaluation check.
+void evForgetEndingThread(int thread) noexcept
+{
+    evThreadStates *states = evTheThreadStates.load(std::memory_order_acquire);
+    if (!states)
+        return;
+    evThreadState &state = states->get(thread);
+    state.error = 0;
+    state.depth = 0;
+    state.custom.clear();
+    state.clearPosition();
+    state.asides.clear();
+}
+
+} // namespace
+
 __attribute__((noinline)) evThreadState &evGetFirstThreadState(int thread)
 {
     // Leaked on purpose (threads may evaluate while the process exits).
     static evThreadStates &states = [] () -> evThreadStates & {
         auto *made = new evThreadStates;
         evTheThreadStates.store(made, std::memory_order_release);
+        UT_Thread::addEndHook(evForgetEndingThread);
         return *made;
     }();
     return states.get(thread);

@@ -1,5 +1,6 @@
 #include "UT_Thread.h"
 
+#include <atomic>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -23,6 +24,10 @@ utThreadNumbers &utNumbers()
     return *numbers;
 }
 
+// Published once each, never removed.
+std::atomic<void (*)(int)> theEndHooks[UT_Thread::theMaxEndHooks];
+std::atomic<int> theEndHookCount{0};
+
 // Returns the thread's number to the pool when the thread ends.
 struct utThreadNumberReleaser
 {
@@ -31,6 +36,10 @@ struct utThreadNumberReleaser
     {
         if (!index)
             return;
+        const int hooks = theEndHookCount.load(std::memory_order_acquire);
+        for (int i = 0; i < hooks && i < UT_Thread::theMaxEndHooks; ++i)
+            if (void (*hook)(int) = theEndHooks[i].load(std::memory_order_acquire))
+                hook(index);
         utThreadNumbers &numbers = utNumbers();
         std::lock_guard<std::mutex> guard(numbers.lock);
         numbers.released.insert(index);
@@ -56,6 +65,17 @@ int UT_Thread::assignThreadIndex()
     releaser.index = index;
     theThreadIndex = index;
     return index;
+}
+
+bool UT_Thread::addEndHook(void (*hook)(int thread))
+{
+    if (!hook)
+        return false;
+    const int slot = theEndHookCount.fetch_add(1, std::memory_order_acq_rel);
+    if (slot >= theMaxEndHooks)
+        return false;
+    theEndHooks[slot].store(hook, std::memory_order_release);
+    return true;
 }
 
 int UT_Thread::getHighestThreadIndex()

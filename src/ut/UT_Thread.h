@@ -34,6 +34,14 @@ public:
     /// The number of hardware threads, at least 1.
     static int getNumProcessors();
 
+    /// Registers a function that every numbered thread calls with its
+    /// number as it ends, before the number goes to another thread: for
+    /// per-thread state that must not pass to the next thread given the
+    /// number (an error left pending, say). Up to theMaxEndHooks hooks;
+    /// false when full. A hook must not throw.
+    static constexpr int theMaxEndHooks = 8;
+    static bool addEndHook(void (*hook)(int thread));
+
 private:
     static int assignThreadIndex();
 

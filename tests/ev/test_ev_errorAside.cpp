@@ -3,9 +3,12 @@
 // keeping or reporting an error never lets an exception out of the engine.
 #include "evTestUtil.h"
 
+#include <ut/UT_Thread.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -114,6 +117,23 @@ TEST_F(EvErrorAside, NoMemoryForTheTokenReportsTheCompileErrorWithoutPosition)
     EXPECT_EQ(ev_GetErrNo(0), EV_ERRUNDEFINED);
     EXPECT_EQ(ev_GetErrorOffset(0), -1);
     EXPECT_STREQ(ev_GetErrorToken(0), "");
+}
+
+// A thread that ends with an error pending does not hand it to the next
+// thread given its number.
+TEST_F(EvErrorAside, AnEndingThreadLeavesNoErrorToItsNumbersNextOwner)
+{
+    int first = 0, second = 0, seen = -1;
+    std::thread([&] {
+        first = UT_Thread::getMySequentialThreadIndex();
+        ev_SetCustomErrorMessage("left behind", first);
+    }).join();
+    std::thread([&] {
+        second = UT_Thread::getMySequentialThreadIndex();
+        seen = ev_GetErrNo(second);
+    }).join();
+    ASSERT_EQ(first, second); // numbers are reused, smallest first
+    EXPECT_EQ(seen, 0);
 }
 
 } // namespace
