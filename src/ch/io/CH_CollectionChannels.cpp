@@ -231,6 +231,7 @@ void CH_Collection::replaceChannel(const CH_Channel *from, CH_Channel *to)
     if (to->hasAlias() && getChannel(to->getAlias()) == from)
         myNames.addSymbol(to->getAlias(), to);
     relinkRotationTriple(to->getName());
+    relinkRotationChannel(to); // its own triple too, when its name is no axis
 }
 
 // ---- Names ----------------------------------------------------------------------------
@@ -267,6 +268,9 @@ int CH_Collection::rename(CH_Channel *channel, const char *new_name, const char 
     for (const char *changed : {old_name.c_str(), old_alias.c_str(), new_name, aliased ? new_alias : ""})
         if (*changed)
             relinkRotationTriple(changed);
+    // A channel renamed out of its triple must drop it: that would otherwise
+    // keep its old siblings, even after they are deleted.
+    relinkRotationChannel(channel);
     notifyChannelRenameDependents(old_name, new_name);
     return 1;
 }
