@@ -525,6 +525,18 @@ TEST_F(CHInterp, QlinearSiblingsFollowNameChanges)
     EXPECT_EQ(at(ry, 0.5f), fallback(1));
 }
 
+// A channel's alias may name another axis of its own triple; it is still
+// not its own sibling, so the triple lacks that axis.
+TEST_F(CHInterp, QlinearChannelIsNeverItsOwnSibling)
+{
+    CH_Channel *rx = obj.addChannel("rx"), *rz = obj.addChannel("rz");
+    keys(rx, {{0, theFrom[0], 0, 0, "qlinear()"}, {2, theTo[0], 0, 0, "qlinear()"}});
+    keys(rz, {{0, theFrom[2], 0, 0, "qlinear()"}, {2, theTo[2], 0, 0, "qlinear()"}});
+    ASSERT_TRUE(obj.setChannelAlias(*rx, "ry"));
+    EXPECT_EQ(at(rx, 0.5f), chFallbackAtQuarter(theFrom[0], theTo[0]));
+    EXPECT_EQ(at(rz, 0.5f), chFallbackAtQuarter(theFrom[2], theTo[2]));
+}
+
 // Two channels swapped between collections trade places in the collections
 // too: each belongs to the triple of its new name there, or to none.
 TEST_F(CHInterp, QlinearTripleFollowsAChannelSwappedAway)
