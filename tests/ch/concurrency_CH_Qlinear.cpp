@@ -56,17 +56,28 @@ constexpr int theRounds = 12;
 constexpr int theTimes = 16;
 const char *const theAxes[3] = {"rx", "ry", "rz"};
 
-// Three keys per axis, every segment qlinear(); node n turns further than n - 1.
-void keyAxis(CH_Channel &c, int node, int axis)
+// The three key values of an axis at times 0, 2 and 4; node n turns
+// further than node n - 1.
+void axisValues(int node, int axis, float v[3])
 {
-    const float a = 10.0f * (axis + 1) + node, b = -40.0f + 15.0f * axis - node, d = 120.0f - 25.0f * axis;
-    chTestChannelBuilder::build(c, {{0, a, 0, 0, "qlinear()"}, {2, b, 0, 0, "qlinear()"}, {4, d, 0, 0, "qlinear()"}});
+    v[0] = 10.0f * (axis + 1) + node;
+    v[1] = -40.0f + 15.0f * axis - node;
+    v[2] = 120.0f - 25.0f * axis;
 }
 
-// The in and out values of the segment holding t, as keyAxis lays them out.
+void keyAxis(CH_Channel &c, int node, int axis)
+{
+    float v[3];
+    axisValues(node, axis, v);
+    chTestChannelBuilder::build(c, {{0, v[0], 0, 0, "qlinear()"}, {2, v[1], 0, 0, "qlinear()"},
+                                    {4, v[2], 0, 0, "qlinear()"}});
+}
+
+// qlinear()'s fallback, (1 - u) in + u out, in the segment holding t.
 float fallbackOf(int node, int axis, float t)
 {
-    const float v[3] = {10.0f * (axis + 1) + node, -40.0f + 15.0f * axis - node, 120.0f - 25.0f * axis};
+    float v[3];
+    axisValues(node, axis, v);
     const int s = t < 2 ? 0 : 1;
     const float u = (t - 2.0f * s) / 2.0f;
     return (1.0f - u) * v[s] + u * v[s + 1];

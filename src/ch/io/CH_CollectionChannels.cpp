@@ -334,7 +334,8 @@ void CH_Collection::relinkRotationChannel(CH_Channel *channel)
         triple[i] = getChannel(member.c_str());
     }
     // One channel is never two axes (its alias naming another): no triple.
-    if ((triple[0] && (triple[0] == triple[1] || triple[0] == triple[2])) || (triple[1] && triple[1] == triple[2]))
+    if ((triple[0] && (triple[0] == triple[1] || triple[0] == triple[2])) ||
+        (triple[1] && triple[1] == triple[2]))
         triple[0] = triple[1] = triple[2] = nullptr;
     channel->setRotationTriple(triple[0], triple[1], triple[2]);
 }
