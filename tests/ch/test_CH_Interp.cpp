@@ -12,6 +12,9 @@
 
 #include <gtest/gtest.h>
 
+#include <Imath/ImathEuler.h>
+#include <Imath/ImathQuat.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -383,6 +386,177 @@ TEST_F(CHInterp, QlinearTripleIsTheSlerpOfTheEndRotations)
     UT_Vector3 expect;
     chHalfway({0, 0, 0}, {90, 30, 0}, UT_XformOrder::XYZ).crack(expect, UT_XformOrder::XYZ);
     EXPECT_NEAR(at(r[0], 1), expect[0] * float(180 / M_PI), 1e-3);
+}
+
+// qlinear() worked out apart from the library, in double precision: each
+// end rotation built by Imath from its Euler angles in the given order,
+// slerped along the shorter arc, and read back as angles in that order.
+UT_Vector3 chQlinearByHand(const UT_Vector3 &a, const UT_Vector3 &b, double u, Imath::Eulerd::Order order)
+{
+    auto quat = [order](const UT_Vector3 &deg) {
+        Imath::V3d radians(deg[0], deg[1], deg[2]);
+        return Imath::Eulerd(radians * (M_PI / 180), order, Imath::Eulerd::XYZLayout).toQuat();
+    };
+    Imath::Eulerd e(order);
+    e.extract(Imath::slerpShortestArc(quat(a), quat(b), u));
+    Imath::V3d deg = e.toXYZVector() * (180 / M_PI);
+    return UT_Vector3(float(deg.x), float(deg.y), float(deg.z));
+}
+
+// Distinct angles on every axis, far from gimbal lock in all three orders.
+const UT_Vector3 theFrom(20, 50, -35), theTo(100, -30, 70);
+
+// qlinear()'s fallback at u = 1/4, (1 - u) in + u out: exact in float for these keys.
+float chFallbackAtQuarter(float in, float out)
+{
+    return 0.75f * in + 0.25f * out;
+}
+
+TEST_F(CHInterp, QlinearTripleInterpolatesInTheCollectionsRotationOrder)
+{
+    CH_Channel *r[3] = {obj.addChannel("rx"), obj.addChannel("ry"), obj.addChannel("rz")};
+    for (int i = 0; i < 3; ++i)
+        keys(r[i], {{1, theFrom[i], 0, 0, "qlinear()"}, {3, theTo[i], 0, 0, "qlinear()"}});
+    const struct
+    {
+        UT_XformOrder::RotOrder ours;
+        Imath::Eulerd::Order imath;
+    } orders[] = {{UT_XformOrder::ZXY, Imath::Eulerd::ZXY},
+                  {UT_XformOrder::YXZ, Imath::Eulerd::YXZ},
+                  {UT_XformOrder::XYZ, Imath::Eulerd::XYZ}};
+    const float us[] = {0.125f, 0.375f, 0.5f, 0.8125f};
+    UT_Vector3 got[3][4];
+    for (int o = 0; o < 3; ++o)
+    {
+        obj.setXformOrder(orders[o].ours);
+        for (int k = 0; k < 4; ++k)
+        {
+            UT_Vector3 expect = chQlinearByHand(theFrom, theTo, us[k], orders[o].imath);
+            for (int i = 0; i < 3; ++i)
+            {
+                got[o][k][i] = at(r[i], 1 + 2 * us[k]);
+                EXPECT_NEAR(got[o][k][i], expect[i], 2e-3) << UT_XformOrder(orders[o].ours).name()
+                                                           << " u " << us[k] << " axis " << i;
+            }
+        }
+    }
+    // The same keys read in XYZ are another rotation: ignoring the order shows.
+    for (int o = 0; o < 2; ++o)
+        for (int k = 0; k < 4; ++k)
+        {
+            float apart = 0;
+            for (int i = 0; i < 3; ++i)
+                apart = std::max(apart, std::fabs(got[o][k][i] - got[2][k][i]));
+            EXPECT_GT(apart, 1.0f) << UT_XformOrder(orders[o].ours).name() << " u " << us[k];
+        }
+}
+
+// A host's collection answers its node's order through the virtual.
+TEST_F(CHInterp, QlinearAsksTheHostForTheRotationOrder)
+{
+    struct chZXYCollection : CH_Collection
+    {
+        using CH_Collection::CH_Collection;
+        UT_XformOrder getXformOrder() const override { return UT_XformOrder::ZXY; }
+    } node(&mgr, &root, "node");
+    CH_Channel *r[3] = {node.addChannel("rx"), node.addChannel("ry"), node.addChannel("rz")};
+    for (int i = 0; i < 3; ++i)
+        keys(r[i], {{0, theFrom[i], 0, 0, "qlinear()"}, {2, theTo[i], 0, 0, "qlinear()"}});
+    UT_Vector3 expect = chQlinearByHand(theFrom, theTo, 0.25, Imath::Eulerd::ZXY);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NEAR(node.evaluate(r[i], 0.5f, false, 0), expect[i], 2e-3) << i;
+}
+
+// Siblings are whatever channels hold the triple's names (or aliases) now:
+// renames, aliases, deletions and late additions all change the triple.
+TEST_F(CHInterp, QlinearSiblingsFollowNameChanges)
+{
+    CH_Channel *rx = obj.addChannel("rx"), *ry = obj.addChannel("ry"), *rz = obj.addChannel("rz");
+    CH_Channel *r[3] = {rx, ry, rz};
+    for (int i = 0; i < 3; ++i)
+        keys(r[i], {{0, theFrom[i], 0, 0, "qlinear()"}, {2, theTo[i], 0, 0, "qlinear()"}});
+    // At t = 0.5 (u = 1/4) the slerp and the fallback (1 - u) in + u out,
+    // exact in float here, are far apart.
+    const UT_Vector3 slerp = chQlinearByHand(theFrom, theTo, 0.25, Imath::Eulerd::XYZ);
+    auto fallback = [](int i) { return chFallbackAtQuarter(theFrom[i], theTo[i]); };
+    auto whole = [&](const char *step) {
+        for (int i = 0; i < 3; ++i)
+            EXPECT_NEAR(at(r[i], 0.5f), slerp[i], 2e-3) << step << " axis " << i;
+    };
+    auto broken = [&](const char *step) {
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(at(r[i], 0.5f), fallback(i)) << step << " axis " << i;
+    };
+    ASSERT_GT(std::fabs(slerp[0] - fallback(0)), 1.0f);
+    whole("at first");
+
+    ASSERT_EQ(obj.rename("ry", "rq"), 1);
+    broken("ry renamed away"); // r[1], now "rq", is no axis at all
+    ASSERT_EQ(obj.rename("rq", "ry"), 1);
+    whole("renamed back");
+
+    // A sibling found by its alias completes the triple; dropping the alias
+    // breaks it again.
+    ASSERT_EQ(obj.rename("ry", "pitch"), 1);
+    broken("ry renamed to pitch");
+    ASSERT_TRUE(obj.setChannelAlias(*ry, "ry"));
+    EXPECT_NEAR(at(rx, 0.5f), slerp[0], 2e-3);
+    EXPECT_NEAR(at(rz, 0.5f), slerp[2], 2e-3);
+    EXPECT_EQ(at(ry, 0.5f), fallback(1)) << "its own name is pitch";
+    ASSERT_TRUE(obj.setChannelAlias(*ry, ""));
+    broken("alias dropped");
+    ASSERT_EQ(obj.rename("pitch", "ry"), 1);
+    whole("pitch renamed back");
+
+    // Deleted: the others fall back, and no triple keeps the freed channel.
+    obj.deleteChannel("rz");
+    EXPECT_EQ(at(rx, 0.5f), fallback(0));
+    EXPECT_EQ(at(ry, 0.5f), fallback(1));
+    // Added later: the triple is whole again.
+    r[2] = rz = obj.addChannel("rz");
+    keys(rz, {{0, theFrom[2], 0, 0, "qlinear()"}, {2, theTo[2], 0, 0, "qlinear()"}});
+    whole("rz added again");
+
+    // A channel renamed out of its triple forgets it, so deleting its old
+    // siblings leaves it nothing stale to read.
+    ASSERT_EQ(obj.rename("ry", "rq"), 1);
+    obj.deleteChannel("rx");
+    obj.deleteChannel("rz");
+    EXPECT_EQ(at(ry, 0.5f), fallback(1));
+}
+
+// A channel's alias may name another axis of its own triple; it is still
+// not its own sibling, so the triple lacks that axis.
+TEST_F(CHInterp, QlinearChannelIsNeverItsOwnSibling)
+{
+    CH_Channel *rx = obj.addChannel("rx"), *rz = obj.addChannel("rz");
+    keys(rx, {{0, theFrom[0], 0, 0, "qlinear()"}, {2, theTo[0], 0, 0, "qlinear()"}});
+    keys(rz, {{0, theFrom[2], 0, 0, "qlinear()"}, {2, theTo[2], 0, 0, "qlinear()"}});
+    ASSERT_TRUE(obj.setChannelAlias(*rx, "ry"));
+    EXPECT_EQ(at(rx, 0.5f), chFallbackAtQuarter(theFrom[0], theTo[0]));
+    EXPECT_EQ(at(rz, 0.5f), chFallbackAtQuarter(theFrom[2], theTo[2]));
+}
+
+// Two channels swapped between collections trade places in the collections
+// too: each belongs to the triple of its new name there, or to none.
+TEST_F(CHInterp, QlinearTripleFollowsAChannelSwappedAway)
+{
+    CH_Collection other{&mgr, &root, "other"};
+    CH_Channel *r[3] = {obj.addChannel("rx"), obj.addChannel("ry"), obj.addChannel("rz")};
+    for (int i = 0; i < 3; ++i)
+        keys(r[i], {{0, theFrom[i], 0, 0, "qlinear()"}, {2, theTo[i], 0, 0, "qlinear()"}});
+    CH_Channel *roll = other.addChannel("roll");
+    keys(roll, {{0, 5, 0, 0, "qlinear()"}, {2, 9, 0, 0, "qlinear()"}});
+    r[1]->swap(*roll); // r[1] becomes "roll" (keys 5 -> 9) in other, roll "ry" here
+    ASSERT_EQ(obj.getChannel("ry"), roll);
+    EXPECT_EQ(other.evaluate(r[1], 0.5f, false, 0), chFallbackAtQuarter(5, 9));
+    UT_Vector3 slerp = chQlinearByHand(theFrom, theTo, 0.25, Imath::Eulerd::XYZ);
+    EXPECT_NEAR(at(r[0], 0.5f), slerp[0], 2e-3);
+    EXPECT_NEAR(at(roll, 0.5f), slerp[1], 2e-3);
+    // r[1]'s old siblings go; it must not read them.
+    obj.deleteChannel(r[0]);
+    obj.deleteChannel(r[2]);
+    EXPECT_EQ(other.evaluate(r[1], 0.5f, false, 0), chFallbackAtQuarter(5, 9));
 }
 
 } // namespace

@@ -238,6 +238,7 @@ void CH_Collection::reenterNames(CH_Channel *channel, const CH_Channel *was)
     if (channel->hasAlias() && getChannel(channel->getAlias()) == was)
         myNames.addSymbol(channel->getAlias(), channel);
     relinkRotationTriple(channel->getName());
+    relinkRotationChannel(channel); // its own triple too, when its name is no axis
 }
 
 // ---- Names ----------------------------------------------------------------------------
@@ -274,6 +275,9 @@ int CH_Collection::rename(CH_Channel *channel, const char *new_name, const char 
     for (const char *changed : {old_name.c_str(), old_alias.c_str(), new_name, aliased ? new_alias : ""})
         if (*changed)
             relinkRotationTriple(changed);
+    // A channel renamed out of its triple must drop it: that would otherwise
+    // keep its old siblings, even after they are deleted.
+    relinkRotationChannel(channel);
     notifyChannelRenameDependents(old_name, new_name);
     return 1;
 }
@@ -336,6 +340,10 @@ void CH_Collection::relinkRotationChannel(CH_Channel *channel)
         member[n - 1] = static_cast<char>('x' + i);
         triple[i] = getChannel(member.c_str());
     }
+    // One channel is never two axes (its alias naming another): no triple.
+    if ((triple[0] && (triple[0] == triple[1] || triple[0] == triple[2])) ||
+        (triple[1] && triple[1] == triple[2]))
+        triple[0] = triple[1] = triple[2] = nullptr;
     channel->setRotationTriple(triple[0], triple[1], triple[2]);
 }
 
