@@ -7,7 +7,6 @@
 #include <ch/expr/CH_ExprLanguage.h>
 #include <ch/manager/CH_ChangeType.h>
 
-#include <ut/UT_IntArray.h>
 #include <ut/UT_PtrArray.h>
 #include <ut/UT_String.h>
 #include <ut/UT_ThreadSlots.h>
@@ -17,6 +16,7 @@
 
 class CH_Collection;
 class CH_Manager;
+class UT_IntArray;
 
 /// One animated parameter: segments in time order covering local time 0 to
 /// the channel's length, plus a zero-length end segment holding the last

@@ -6,6 +6,7 @@
 #include <ch/channel/CH_Channel.h>
 
 #include <ch/manager/CH_Manager.h>
+#include <ut/UT_IntArray.h>
 
 #include <cmath>
 

@@ -3,7 +3,6 @@
 #include <ch/channel/CH_Segment.h>
 #include <ch/manager/CH_Manager.h>
 
-
 CH_TimeGroup::~CH_TimeGroup()
 {
     clearAndDestroy();
