@@ -16,6 +16,7 @@
 
 class CH_Collection;
 class CH_Manager;
+class UT_IntArray;
 
 /// One animated parameter: segments in time order covering local time 0 to
 /// the channel's length, plus a zero-length end segment holding the last
@@ -139,6 +140,21 @@ public:
     CH_Segment *getPrevSegment(const CH_Segment *s) const;
     int getSegmentIndex(const CH_Segment *s) const;
 
+    // ---- Keys by global time and frame -------------------------------------------
+    // A key's frame is the manager's getFrame of its global time. Each query
+    // is a binary search over the key times (O(log n), getKeyFrames O(k + log n)).
+    /// A key lies within the tolerance of the time (a pending value is no key).
+    bool isAtHardKey(float global_time) const;
+    /// Some key's frame is frame.
+    bool isAtHardKeyframe(int frame) const;
+    /// The frame of the nearest key whose frame lies beyond frame in the
+    /// direction (later for > 0, earlier for < 0); frame itself when there is
+    /// none or the direction is 0.
+    int findKeyframe(int frame, int direction) const;
+    /// Replaces frames by the frames of the keys whose global times lie in
+    /// [start, end), ascending, each once.
+    void getKeyFrames(UT_IntArray &frames, float start, float end) const;
+
     // ---- Disabled ranges --------------------------------------------------------
     int getNDisableSegments() const { return myDisableSegments.entries(); }
     CH_Segment *getDisableSegment(unsigned index) const;
@@ -248,6 +264,12 @@ private:
     void setFlag(std::uint8_t bit, bool on) { myFlags = on ? (myFlags | bit) : (myFlags & ~bit); }
     void setPending(bool on, float local_time);
     int findSegmentIdx(float local_time, float tol) const;
+    /// Keys, their local times and frames, from the segment index.
+    int numKeyTimes() const { return myEndSegment ? myIndex.segments() + 1 : 0; }
+    int keyFrame(int key) const;
+    /// The key nearest the local time within tol (the later one of two as
+    /// near), or -1.
+    int keyIndexAt(float local_time, float tol) const;
     /// The same, trying the hinted index first and updating the hint.
     int findSegmentIdx(float local_time, float tol, int *hint) const;
     float evaluateWithHint(float global_time, bool ignore_disabled, int thread, int *hint);

@@ -51,19 +51,24 @@ CH_Segment *CH_Channel::getSegment(float t) const
     return getSegment(static_cast<unsigned>(getSegmentIdx(t)));
 }
 
+// Both look the key up among the key times, as isAtHardKey does: the
+// segment search gives the last list segment just before the last key.
 CH_Segment *CH_Channel::getSegmentAfterKey(float t) const
 {
-    CH_Segment *s = getSegment(t);
-    return s && std::fabs(s->getStart() - t) <= getTolerance() ? s : nullptr;
+    int k = keyIndexAt(t, getTolerance());
+    return k < 0 ? nullptr : getSegment(static_cast<unsigned>(k));
 }
 
 bool CH_Channel::getSurroundingSegs(float t, CH_Segment *&left, CH_Segment *&right) const
 {
-    left = right = getSegment(t);
-    if (!right || std::fabs(right->getStart() - t) > getTolerance())
+    int k = keyIndexAt(t, getTolerance());
+    if (k < 0)
+    {
+        left = right = getSegment(t);
         return false;
-    int i = getSegmentIndex(right);
-    left = i > 0 ? getSegment(static_cast<unsigned>(i - 1)) : nullptr;
+    }
+    right = getSegment(static_cast<unsigned>(k));
+    left = k > 0 ? getSegment(static_cast<unsigned>(k - 1)) : nullptr;
     return true;
 }
 

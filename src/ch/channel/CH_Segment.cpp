@@ -10,6 +10,7 @@
 #include <ch/io/CH_Collection.h>
 #include <ch/manager/CH_EventManager.h>
 #include <ch/manager/CH_Manager.h>
+#include <ch/manager/CH_TimeGroup.h>
 
 #include <ut/UT_Thread.h>
 
@@ -109,7 +110,7 @@ CH_Segment &CH_Segment::operator=(const CH_Segment &from)
     if (this == &from)
         return *this;
     myFlags = from.myFlags;
-    myChannel = from.myChannel;
+    setChannel(from.myChannel); // keeps its own group, under the new channel
     const char *text = from.getExpression();
     setExpressionText(text ? text : "", from.getExprLanguage());
     checkExpression();
@@ -129,9 +130,8 @@ CH_Segment &CH_Segment::operator=(const CH_Segment &from)
 
 CH_Segment::~CH_Segment()
 {
-    // Time groups hold their segments by entry; leaving one comes with
-    // time-group entries.
-    myTimeGroup = nullptr;
+    if (myTimeGroup)
+        myTimeGroup->removeEntry(this, true);
     dropSplineRun();
 }
 
@@ -820,9 +820,40 @@ bool CH_Segment::isTimeDependentAndGetString(UT_String &value, int thread) const
     return (myExpression->getExpressionFlag() & theTimeDependentMask) != 0;
 }
 
-void CH_Segment::setTimeGroup(CH_TimeGroup *group, bool)
+void CH_Segment::setChannel(CH_Channel *channel)
 {
+    if (channel == myChannel)
+        return;
+    // The group lists the segment under its channel: re-list it.
+    CH_TimeGroup *group = myTimeGroup;
+    if (group)
+        group->removeEntry(this, false);
+    myChannel = channel;
+    if (group && !group->addEntry(this, false))
+        myTimeGroup = nullptr;
+}
+
+void CH_Segment::setTimeGroup(CH_TimeGroup *group, bool remove)
+{
+    if (group == myTimeGroup)
+        return;
+    // The group's entry calls come back with remove false (or find the
+    // segment listed already), so the two sides never recurse.
+    if (myTimeGroup && remove)
+        myTimeGroup->removeEntry(this, false);
+    if (group && remove && !group->addEntry(this, false))
+        group = nullptr; // no channel to be listed under
     myTimeGroup = group;
+}
+
+void CH_Segment::transferGroup(CH_Segment &other)
+{
+    CH_TimeGroup *group = other.myTimeGroup;
+    if (&other == this || !group || !myChannel)
+        return;
+    setTimeGroup(group, true);
+    group->removeEntry(&other, false);
+    other.myTimeGroup = nullptr;
 }
 
 void CH_Segment::display() const

@@ -179,7 +179,9 @@ public:
 
     // ---- Links -------------------------------------------------------------------
     CH_Channel *getChannel() const { return myChannel; }
-    void setChannel(CH_Channel *channel) { myChannel = channel; }
+    /// A segment in a time group moves its entry to the new channel (and
+    /// leaves the group when the channel is null).
+    void setChannel(CH_Channel *channel);
     CH_Segment *getPrev() const { return myPrev; }
     CH_Segment *getNext() const { return myNext; }
     void setPrevNext(CH_Segment *prev, CH_Segment *next)
@@ -191,6 +193,10 @@ public:
         myNext = next;
     }
     CH_TimeGroup *getTimeGroup() const { return myTimeGroup; }
+    /// Takes over other's time group: this segment leaves its own, joins
+    /// other's, and other leaves it. Nothing when other is this segment or
+    /// has no group, or when this segment has no channel to join under.
+    void transferGroup(CH_Segment &other);
     CH_Manager *getManager() const;
     float getTolerance() const;
 
@@ -225,6 +231,7 @@ public:
 
 private:
     friend class CH_Channel;
+    friend class CH_TimeGroup; // links and unlinks its entries
 
     struct chSide;
     chSide side(bool in);
@@ -241,6 +248,9 @@ private:
     void holdLastKey(float value, bool propagate);
     void afterValueSet(float value, bool propagate, bool hold);
     bool usesFlagRefreshed(bool (CH_Expression::*query)() const) const;
+    /// With remove the segment also leaves its old group's entries and joins
+    /// the new group's (a segment without a channel joins none); without it
+    /// only the pointer is stored (the group calls so for its own entries).
     void setTimeGroup(CH_TimeGroup *group, bool remove);
     void isCooking(int on) { myFlags.set(CH_SegmentFlags::COOKING, on != 0); }
 

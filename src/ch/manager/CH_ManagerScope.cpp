@@ -188,11 +188,20 @@ void CH_Manager::getScopedChannels(UT_PtrArray<CH_Channel *> &channels, bool sor
     channels = mySortedScoped;
 }
 
-void CH_Manager::getScopedChannelsKeyFrames(UT_IntArray &frames, int, int)
+void CH_Manager::getScopedChannelsKeyFrames(UT_IntArray &frames, int start, int end)
 {
-    // Channels give their key frames once the channel core exists; until
-    // then no reference resolves to a live channel.
     frames.clear();
+    UT_PtrArray<CH_Channel *> channels;
+    getScopedChannels(channels, false);
+    // Frame f lies at time (f - 1) / fps: frames start .. end.
+    float from = static_cast<float>(start - 1) / myFPS;
+    float to = static_cast<float>(end) / myFPS;
+    UT_IntArray keys;
+    for (CH_Channel *channel : channels)
+    {
+        channel->getKeyFrames(keys, from, to);
+        frames.merge(keys, true, false);
+    }
 }
 
 // ---- Changing scope --------------------------------------------------------------
