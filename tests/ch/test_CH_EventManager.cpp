@@ -8,8 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -19,9 +23,17 @@ class chRecorder : public CH_Collection
 {
 public:
     using CH_Collection::CH_Collection;
-    void setChanged(CH_CHANGE_TYPE type, void *data) override { events.emplace_back(type, data); }
+    void setChanged(CH_CHANGE_TYPE type, void *data) override
+    {
+        events.emplace_back(type, data);
+        if (onChange)
+            onChange(type, data);
+    }
     std::vector<std::pair<int, void *>> events;
+    std::function<void(CH_CHANGE_TYPE, void *)> onChange; // runs after recording
 };
+
+using chEvents = std::vector<std::pair<int, void *>>;
 
 class CHEvents : public ::testing::Test
 {
@@ -86,6 +98,189 @@ TEST_F(CHEvents, DeletionInsideABatchCancelsHeldChanges)
     CHgetEventManager()->endHandlingEvents(); // unpaired: harmless
     CHevent(CH_CHANNEL_CHANGED, b);
     EXPECT_EQ(obj.events.size(), 3u);
+}
+
+TEST_F(CHEvents, OneBatchDeliversEachChannelAndKindOnceInOrder)
+{
+    chRecorder other{&mgr, &root, "other"};
+    std::vector<CH_Channel *> channels;
+    for (int i = 0; i < 100; ++i)
+        channels.push_back((i % 3 ? obj : other).addChannel(("c" + std::to_string(i)).c_str()));
+    obj.events.clear();
+    other.events.clear();
+
+    const CH_CHANGE_TYPE kinds[] = {CH_PERMISSION_CHANGED, CH_CHANNEL_CHANGED,
+                                    CH_CHANNELS_MAJOR_CHANGE, CH_CHANNEL_UICHANGED,
+                                    CH_CHANNELS_MOVED};
+    std::set<std::pair<int, void *>> expect_obj, expect_other;
+    {
+        CH_AutoEventHandler batch;
+        CHevent(CH_SCOPE_CHANGED, &other);
+        for (int i = 0; i < 10000; ++i)
+        {
+            CH_Channel *c = channels[(i * 37) % 100];
+            CH_CHANGE_TYPE kind = kinds[(i / 7) % 5];
+            CHevent(kind, c);
+            (c->getCollection() == &obj ? expect_obj : expect_other).insert({kind, c});
+        }
+        CHevent(CH_SCOPE_CHANGED, &obj); // the last one wins
+        EXPECT_TRUE(obj.events.empty());
+        EXPECT_TRUE(other.events.empty());
+    }
+    // The scope change first, then the kinds in ascending order; each
+    // (channel, kind) exactly once.
+    ASSERT_FALSE(obj.events.empty());
+    EXPECT_EQ(obj.events[0], std::make_pair(int(CH_SCOPE_CHANGED), (void *)nullptr));
+    chEvents rest(obj.events.begin() + 1, obj.events.end());
+    auto by_kind = [](const auto &x, const auto &y) { return x.first < y.first; };
+    EXPECT_TRUE(std::is_sorted(rest.begin(), rest.end(), by_kind));
+    EXPECT_TRUE(std::is_sorted(other.events.begin(), other.events.end(), by_kind));
+    std::sort(rest.begin(), rest.end());
+    EXPECT_EQ(rest, chEvents(expect_obj.begin(), expect_obj.end()));
+    chEvents got_other = other.events;
+    std::sort(got_other.begin(), got_other.end());
+    EXPECT_EQ(got_other, chEvents(expect_other.begin(), expect_other.end()));
+}
+
+TEST_F(CHEvents, NestedBatchesFlushAtTheOutermostEnd)
+{
+    const struct
+    {
+        int depth;
+        CH_EventHandlerFactory inner;
+    } cases[] = {{1, CH_EventHandlerHash::newHandler}, {3, CH_EventHandlerHash::newHandler},
+                 {2, nullptr}, {2, CH_EventHandler::newHandler}};
+    for (const auto &c : cases)
+    {
+        SCOPED_TRACE(c.depth);
+        obj.events.clear();
+        CH_EventManager *em = CHgetEventManager();
+        em->beginHandlingEvents(CH_EventHandlerHash::newHandler);
+        for (int d = 0; d < c.depth; ++d)
+            em->beginHandlingEvents(c.inner);
+        CHevent(CH_CHANNEL_CHANGED, a);
+        for (int d = 0; d < c.depth; ++d)
+        {
+            CHevent(CH_CHANNEL_CHANGED, b);
+            em->endHandlingEvents();
+        }
+        EXPECT_TRUE(obj.events.empty());
+        em->endHandlingEvents();
+        chEvents got = obj.events;
+        std::sort(got.begin(), got.end());
+        chEvents want{{CH_CHANNEL_CHANGED, a}, {CH_CHANNEL_CHANGED, b}};
+        std::sort(want.begin(), want.end());
+        EXPECT_EQ(got, want);
+        EXPECT_EQ(em->getNestingDepth(), 0);
+    }
+}
+
+TEST_F(CHEvents, AddedAndDeletedChannelsInsideABatch)
+{
+    const CH_CHANGE_TYPE held[] = {CH_CHANNELS_MAJOR_CHANGE, CH_CHANNEL_CHANGED,
+                                   CH_CHANNEL_UICHANGED,     CH_PARM_ENABLE_CHANGED,
+                                   CH_CHANNELS_MOVED,        CH_PERMISSION_CHANGED};
+    {
+        CH_AutoEventHandler batch;
+        CH_Channel *c = obj.addChannel("c");
+        EXPECT_EQ(obj.events, (chEvents{{CH_CHANNELS_ADDED, c}})); // at once
+        for (CH_CHANGE_TYPE kind : held)
+        {
+            CHevent(kind, c);
+            CHevent(kind, b);
+        }
+        obj.deleteChannel(c);
+        EXPECT_EQ(obj.events, (chEvents{{CH_CHANNELS_ADDED, c}, {CH_CHANNELS_DELETED, c}}));
+        obj.events.clear();
+    }
+    // Only the surviving channel is reported, once per kind.
+    chEvents want;
+    for (CH_CHANGE_TYPE kind : held)
+        want.emplace_back(kind, b);
+    EXPECT_EQ(obj.events, want);
+}
+
+TEST_F(CHEvents, DestroyedCollectionIsNeverReachedByTheFlush)
+{
+    // Destroyed inside the batch, or by another collection's setChanged
+    // while the batch is being delivered.
+    for (bool during_flush : {false, true})
+    {
+        SCOPED_TRACE(during_flush);
+        obj.events.clear();
+        auto *doomed = new chRecorder(&mgr, &root, "doomed");
+        CH_Channel *d1 = doomed->addChannel("d1");
+        CH_Channel *d2 = doomed->addChannel("d2");
+        {
+            CH_AutoEventHandler batch;
+            CHevent(CH_CHANNEL_CHANGED, d1);
+            CHevent(CH_CHANNELS_MOVED, d2);
+            CHevent(CH_CHANNELS_MAJOR_CHANGE, a);
+            if (during_flush)
+            {
+                // obj's scope change goes out first.
+                CHevent(CH_SCOPE_CHANGED, &obj);
+                obj.onChange = [&](CH_CHANGE_TYPE type, void *) {
+                    if (type == CH_SCOPE_CHANGED)
+                        delete doomed;
+                };
+            }
+            else
+            {
+                CHevent(CH_SCOPE_CHANGED, doomed);
+                delete doomed;
+            }
+        }
+        obj.onChange = nullptr;
+        chEvents want{{CH_CHANNELS_MAJOR_CHANGE, a}};
+        if (during_flush)
+            want.insert(want.begin(), {CH_SCOPE_CHANGED, nullptr});
+        EXPECT_EQ(obj.events, want);
+    }
+}
+
+TEST_F(CHEvents, EventsRaisedDuringTheFlushGoOutAtOnce)
+{
+    // Reacting to a later kind with an earlier one: a held event would be
+    // lost, the table of its kind having been delivered already.
+    obj.onChange = [&](CH_CHANGE_TYPE type, void *data) {
+        if (type == CH_CHANNEL_UICHANGED && data == a)
+            CHevent(CH_CHANNEL_CHANGED, b);
+        if (type == CH_PERMISSION_CHANGED && data == a)
+        {
+            CH_AutoEventHandler inner; // a batch of its own, delivered at its end
+            CHevent(CH_CHANNELS_MAJOR_CHANGE, b);
+            CHevent(CH_CHANNELS_MAJOR_CHANGE, b);
+        }
+    };
+    {
+        CH_AutoEventHandler batch;
+        CHevent(CH_CHANNEL_UICHANGED, a);
+        CHevent(CH_PERMISSION_CHANGED, a);
+    }
+    obj.onChange = nullptr;
+    EXPECT_EQ(obj.events, (chEvents{{CH_CHANNEL_UICHANGED, a},
+                                    {CH_CHANNEL_CHANGED, b},
+                                    {CH_PERMISSION_CHANGED, a},
+                                    {CH_CHANNELS_MAJOR_CHANGE, b}}));
+}
+
+TEST_F(CHEvents, UnpairedEndLeavesImmediateDelivery)
+{
+    CH_EventManager *em = CHgetEventManager();
+    CH_EventHandler *immediate = em->getHandler();
+    em->endHandlingEvents();
+    em->endHandlingEvents();
+    EXPECT_EQ(em->getHandler(), immediate);
+    EXPECT_EQ(em->getNestingDepth(), 0);
+    CHevent(CH_CHANNEL_CHANGED, a);
+    EXPECT_EQ(obj.events, (chEvents{{CH_CHANNEL_CHANGED, a}}));
+    {
+        CH_AutoEventHandler batch;
+        CHevent(CH_CHANNEL_CHANGED, b);
+        EXPECT_EQ(obj.events.size(), 1u);
+    }
+    EXPECT_EQ(obj.events, (chEvents{{CH_CHANNEL_CHANGED, a}, {CH_CHANNEL_CHANGED, b}}));
 }
 
 TEST_F(CHEvents, SampleCacheInterpolatesBetweenSamples)

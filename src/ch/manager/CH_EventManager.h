@@ -3,7 +3,9 @@
 
 #include <ch/manager/CH_ChangeType.h>
 
-#include <unordered_map>
+#include <cstddef>
+#include <memory>
+#include <vector>
 
 class CH_Collection;
 
@@ -15,6 +17,9 @@ class CH_EventHandler
 public:
     virtual ~CH_EventHandler() = default;
     virtual void event(CH_CHANGE_TYPE type, void *data);
+    /// Called as 'collection' is being destroyed: a handler that holds
+    /// events must not reach it afterwards. Nothing to do for this one.
+    virtual void forget(CH_Collection *collection);
     static CH_EventHandler *newHandler() { return new CH_EventHandler; }
 
 protected:
@@ -30,10 +35,31 @@ class CH_EventHandlerHash : public CH_EventHandler
 public:
     ~CH_EventHandlerHash() override;
     void event(CH_CHANGE_TYPE type, void *data) override;
+    /// Drops the collection as scope-change target and every held event
+    /// that would go to it.
+    void forget(CH_Collection *collection) override;
     static CH_EventHandler *newHandler() { return new CH_EventHandlerHash; }
 
 private:
-    std::unordered_map<void *, CH_Collection *> myTables[CH_NUM_CHANGE_TYPES];
+    // One open-addressing table for all held kinds: a channel's entry
+    // carries one bit per kind it changed in. Entries are never removed
+    // until the handler goes, only emptied (no bits), so lookups stay
+    // simple and a table may be emptied while the flush walks it.
+    struct chHeld
+    {
+        void *data;
+        CH_Collection *owner;
+        unsigned types;
+    };
+
+    chHeld *find(void *data);
+    void insert(void *data, CH_Collection *owner, unsigned bit);
+    void grow();
+
+    std::unique_ptr<chHeld[]> mySlots;
+    std::size_t myMask = 0; // capacity - 1; capacity is a power of two or 0
+    std::size_t myUsed = 0; // slots with a key, emptied ones included
+    chHeld *myLast = nullptr; // the entry of the last held event
     bool myScopeChangePending = false;
     void *myScopeChangeTarget = nullptr;
 };
@@ -59,10 +85,17 @@ public:
     CH_EventHandler *getHandler() const { return myHandler; }
     int getNestingDepth() const { return myDepth; }
 
+    /// Called at the start of a collection's destructor: the current handler,
+    /// and any handler still delivering its batch, forget the collection.
+    void collectionDestroyed(CH_Collection *collection);
+
 private:
     CH_EventHandler *myDefault;
     CH_EventHandler *myHandler;
     int myDepth = 0;
+    // Handlers whose batch is being delivered (more than one when a
+    // setChanged runs a batch of its own).
+    std::vector<CH_EventHandler *> myFlushing;
 };
 
 /// The process-wide event manager, created on first use, never destroyed.
