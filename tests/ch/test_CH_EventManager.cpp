@@ -200,6 +200,21 @@ TEST_F(CHEvents, AddedAndDeletedChannelsInsideABatch)
     EXPECT_EQ(obj.events, want);
 }
 
+TEST_F(CHEvents, ChannelDeletedDuringTheFlushIsNotReported)
+{
+    obj.onChange = [&](CH_CHANGE_TYPE type, void *data) {
+        if (type == CH_CHANNEL_CHANGED && data == a)
+            obj.deleteChannel(b);
+    };
+    {
+        CH_AutoEventHandler batch;
+        CHevent(CH_CHANNEL_CHANGED, a);
+        CHevent(CH_CHANNELS_MOVED, b); // delivered after the kind above
+    }
+    obj.onChange = nullptr;
+    EXPECT_EQ(obj.events, (chEvents{{CH_CHANNEL_CHANGED, a}, {CH_CHANNELS_DELETED, b}}));
+}
+
 TEST_F(CHEvents, DestroyedCollectionIsNeverReachedByTheFlush)
 {
     // Destroyed inside the batch, or by another collection's setChanged

@@ -30,6 +30,8 @@ void CH_EventHandler::event(CH_CHANGE_TYPE type, void *data)
 
 void CH_EventHandler::forget(CH_Collection *) {}
 
+void CH_EventHandler::forgetChannel(void *) {}
+
 namespace {
 
 // Kinds held back by a batch, and each one's bit in an entry.
@@ -142,8 +144,7 @@ void CH_EventHandlerHash::event(CH_CHANGE_TYPE type, void *data)
     if (type == CH_CHANNELS_DELETED)
     {
         // A deleted channel must not be reported later.
-        if (chHeld *held = data ? find(data) : nullptr)
-            held->types = 0;
+        forgetChannel(data);
         CH_EventHandler::event(type, data);
         return;
     }
@@ -154,6 +155,12 @@ void CH_EventHandlerHash::event(CH_CHANGE_TYPE type, void *data)
         return;
     }
     CH_EventHandler::event(type, data);
+}
+
+void CH_EventHandlerHash::forgetChannel(void *channel)
+{
+    if (chHeld *held = channel ? find(channel) : nullptr)
+        held->types = 0;
 }
 
 void CH_EventHandlerHash::forget(CH_Collection *collection)
@@ -220,5 +227,8 @@ CH_EventManager *CHgetEventManager()
 
 void CHevent(CH_CHANGE_TYPE type, void *data)
 {
-    CHgetEventManager()->getHandler()->event(type, data);
+    CH_EventManager *manager = CHgetEventManager();
+    manager->getHandler()->event(type, data);
+    if (type == CH_CHANNELS_DELETED)
+        manager->channelDeleted(data);
 }

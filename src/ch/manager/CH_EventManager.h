@@ -20,6 +20,9 @@ public:
     /// Called as 'collection' is being destroyed: a handler that holds
     /// events must not reach it afterwards. Nothing to do for this one.
     virtual void forget(CH_Collection *collection);
+    /// Called for a channel deleted while this handler's batch is being
+    /// delivered (it is no longer current then): drop what is held for it.
+    virtual void forgetChannel(void *channel);
     static CH_EventHandler *newHandler() { return new CH_EventHandler; }
 
 protected:
@@ -38,6 +41,7 @@ public:
     /// Drops the collection as scope-change target and every held event
     /// that would go to it.
     void forget(CH_Collection *collection) override;
+    void forgetChannel(void *channel) override;
     static CH_EventHandler *newHandler() { return new CH_EventHandlerHash; }
 
 private:
@@ -88,6 +92,12 @@ public:
     /// Called at the start of a collection's destructor: the current handler,
     /// and any handler still delivering its batch, forget the collection.
     void collectionDestroyed(CH_Collection *collection);
+    /// Tells the handlers still delivering a batch that a channel went.
+    void channelDeleted(void *channel)
+    {
+        for (CH_EventHandler *flushing : myFlushing)
+            flushing->forgetChannel(channel);
+    }
 
 private:
     CH_EventHandler *myDefault;
