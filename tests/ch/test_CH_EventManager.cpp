@@ -254,6 +254,47 @@ TEST_F(CHEvents, DestroyedCollectionIsNeverReachedByTheFlush)
     }
 }
 
+TEST_F(CHEvents, ForgettingCollectionsKeepsTheOthersHeldEvents)
+{
+    // Twelve collections' channels interleaved; each round edits more of
+    // them (so the held table grows between the destructions) and then
+    // destroys one collection. The survivors get exactly theirs.
+    constexpr int n = 12;
+    std::vector<chRecorder *> owners{&obj};
+    for (int k = 1; k < n; ++k)
+        owners.push_back(new chRecorder(&mgr, &root, ("o" + std::to_string(k)).c_str()));
+    std::vector<CH_Channel *> channels;
+    for (int i = 0; i < 40 * n; ++i)
+        channels.push_back(owners[i % n]->addChannel(("c" + std::to_string(i)).c_str()));
+    for (chRecorder *o : owners)
+        o->events.clear();
+    const CH_CHANGE_TYPE kinds[] = {CH_CHANNEL_CHANGED, CH_CHANNELS_MOVED, CH_CHANNEL_UICHANGED};
+    std::vector<std::set<std::pair<int, void *>>> expect(n);
+    std::vector<bool> alive(n, true);
+    {
+        CH_AutoEventHandler batch;
+        for (int round = 0; round < n / 2; ++round)
+        {
+            for (int i = 0; i < 80 * (round + 1); ++i)
+                if (alive[i % n])
+                {
+                    CHevent(kinds[round % 3], channels[i]);
+                    expect[i % n].insert({kinds[round % 3], channels[i]});
+                }
+            delete owners[2 * round + 1];
+            alive[2 * round + 1] = false;
+        }
+    }
+    for (int k = 0; k < n; k += 2)
+    {
+        chEvents got = owners[k]->events;
+        std::sort(got.begin(), got.end());
+        EXPECT_EQ(got, chEvents(expect[k].begin(), expect[k].end())) << k;
+        if (k)
+            delete owners[k];
+    }
+}
+
 TEST_F(CHEvents, EventsRaisedDuringTheFlushGoOutAtOnce)
 {
     // Reacting to a later kind with an earlier one: a held event would be

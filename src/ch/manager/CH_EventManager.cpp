@@ -98,17 +98,85 @@ void CH_EventHandlerHash::grow()
     myMask = capacity - 1;
     myUsed = 0;
     myLast = nullptr;
+    for (std::size_t i = 0; myOwners && i <= myOwnerMask; ++i)
+        myOwners[i].head = 0;
     for (std::size_t i = 0; i < old_capacity; ++i)
     {
-        // Emptied entries are left behind.
+        // Emptied entries are left behind; the others are chained afresh.
         if (!old[i].types)
             continue;
         std::size_t j = slotOf(old[i].data, myMask);
         while (mySlots[j].data)
             j = (j + 1) & myMask;
         mySlots[j] = old[i];
+        chain(j);
         ++myUsed;
     }
+}
+
+CH_EventHandlerHash::chOwner *CH_EventHandlerHash::findOwner(CH_Collection *owner)
+{
+    if (!myOwners)
+        return nullptr;
+    for (std::size_t i = slotOf(owner, myOwnerMask);; i = (i + 1) & myOwnerMask)
+    {
+        chOwner &o = myOwners[i];
+        if (o.owner == owner)
+            return &o;
+        if (!o.owner)
+            return nullptr;
+    }
+}
+
+void CH_EventHandlerHash::chain(std::size_t slot)
+{
+    CH_Collection *owner = mySlots[slot].owner;
+    chOwner *o = findOwner(owner);
+    if (!o)
+    {
+        // Collections are never removed from this table (a forgotten one
+        // keeps an empty chain), so it only grows.
+        if (2 * (myOwnerCount + 1) > (myOwners ? myOwnerMask + 1 : 0))
+        {
+            const std::size_t capacity = myOwners ? 2 * (myOwnerMask + 1) : 16;
+            std::unique_ptr<chOwner[]> old = std::move(myOwners);
+            const std::size_t old_capacity = old ? myOwnerMask + 1 : 0;
+            myOwners.reset(new chOwner[capacity]());
+            myOwnerMask = capacity - 1;
+            for (std::size_t i = 0; i < old_capacity; ++i)
+            {
+                if (!old[i].owner)
+                    continue;
+                std::size_t j = slotOf(old[i].owner, myOwnerMask);
+                while (myOwners[j].owner)
+                    j = (j + 1) & myOwnerMask;
+                myOwners[j] = old[i];
+            }
+        }
+        std::size_t i = slotOf(owner, myOwnerMask);
+        while (myOwners[i].owner)
+            i = (i + 1) & myOwnerMask;
+        o = &myOwners[i];
+        o->owner = owner;
+        o->head = 0;
+        ++myOwnerCount;
+    }
+    mySlots[slot].next = o->head;
+    o->head = static_cast<std::uint32_t>(slot + 1);
+}
+
+void CH_EventHandlerHash::unchain(std::size_t slot)
+{
+    chOwner *o = findOwner(mySlots[slot].owner);
+    if (!o)
+        return;
+    for (std::uint32_t *link = &o->head; *link; link = &mySlots[*link - 1].next)
+        if (*link == slot + 1)
+        {
+            *link = mySlots[slot].next;
+            break;
+        }
+    mySlots[slot].next = 0;
 }
 
 void CH_EventHandlerHash::insert(void *data, CH_Collection *owner, unsigned bit)
@@ -125,10 +193,20 @@ void CH_EventHandlerHash::insert(void *data, CH_Collection *owner, unsigned bit)
             i = (i + 1) & myMask;
         held = &mySlots[i];
         held->data = data;
+        held->owner = nullptr;
         held->types = 0;
+        held->next = 0;
         ++myUsed;
     }
-    held->owner = owner;
+    if (held->owner != owner)
+    {
+        // New, forgotten, or a channel that moved to another collection.
+        const std::size_t slot = static_cast<std::size_t>(held - mySlots.get());
+        if (held->owner)
+            unchain(slot);
+        held->owner = owner;
+        chain(slot);
+    }
     held->types |= bit;
     myLast = held;
 }
@@ -172,9 +250,18 @@ void CH_EventHandlerHash::forget(CH_Collection *collection)
         myScopeChangeTarget = nullptr;
         myScopeChangePending = false;
     }
-    for (std::size_t i = 0; mySlots && i <= myMask; ++i)
-        if (mySlots[i].owner == collection)
-            mySlots[i].types = 0;
+    chOwner *o = findOwner(collection);
+    if (!o)
+        return;
+    for (std::uint32_t slot = o->head; slot;)
+    {
+        chHeld &held = mySlots[slot - 1];
+        slot = held.next;
+        held.types = 0;
+        held.owner = nullptr;
+        held.next = 0;
+    }
+    o->head = 0;
 }
 
 CH_EventManager::CH_EventManager() : myDefault(new CH_EventHandler), myHandler(myDefault) {}

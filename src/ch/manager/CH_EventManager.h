@@ -4,6 +4,7 @@
 #include <ch/manager/CH_ChangeType.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -47,23 +48,37 @@ public:
 private:
     // One open-addressing table for all held kinds: a channel's entry
     // carries one bit per kind it changed in. Entries are never removed
-    // until the handler goes, only emptied (no bits), so lookups stay
-    // simple and a table may be emptied while the flush walks it.
+    // until the table grows, only emptied (no bits), so lookups stay simple
+    // and the table may be emptied while the flush walks it. The entries of
+    // one collection are also chained, so forgetting a collection costs
+    // only its own entries.
     struct chHeld
     {
         void *data;
-        CH_Collection *owner;
+        CH_Collection *owner; // null once forgotten (and then unchained)
         unsigned types;
+        std::uint32_t next; // slot + 1 of the owner's next entry; 0 ends
+    };
+    struct chOwner
+    {
+        CH_Collection *owner;
+        std::uint32_t head; // slot + 1 of its first entry; 0: none
     };
 
     chHeld *find(void *data);
     void insert(void *data, CH_Collection *owner, unsigned bit);
     void grow();
+    chOwner *findOwner(CH_Collection *owner);
+    void chain(std::size_t slot);
+    void unchain(std::size_t slot);
 
     std::unique_ptr<chHeld[]> mySlots;
     std::size_t myMask = 0; // capacity - 1; capacity is a power of two or 0
     std::size_t myUsed = 0; // slots with a key, emptied ones included
     chHeld *myLast = nullptr; // the entry of the last held event
+    std::unique_ptr<chOwner[]> myOwners; // same scheme, keyed by collection
+    std::size_t myOwnerMask = 0;
+    std::size_t myOwnerCount = 0;
     bool myScopeChangePending = false;
     void *myScopeChangeTarget = nullptr;
 };
