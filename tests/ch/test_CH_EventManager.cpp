@@ -180,6 +180,12 @@ TEST_F(CHEvents, AddedAndDeletedChannelsInsideABatch)
     const CH_CHANGE_TYPE held[] = {CH_CHANNELS_MAJOR_CHANGE, CH_CHANNEL_CHANGED,
                                    CH_CHANNEL_UICHANGED,     CH_PARM_ENABLE_CHANGED,
                                    CH_CHANNELS_MOVED,        CH_PERMISSION_CHANGED};
+    // The deletion is announced while the channel is still listed.
+    int still_listed = 0;
+    obj.onChange = [&](CH_CHANGE_TYPE type, void *data) {
+        if (type == CH_CHANNELS_DELETED)
+            still_listed += obj.getChannel("c") == data;
+    };
     {
         CH_AutoEventHandler batch;
         CH_Channel *c = obj.addChannel("c");
@@ -191,8 +197,10 @@ TEST_F(CHEvents, AddedAndDeletedChannelsInsideABatch)
         }
         obj.deleteChannel(c);
         EXPECT_EQ(obj.events, (chEvents{{CH_CHANNELS_ADDED, c}, {CH_CHANNELS_DELETED, c}}));
+        EXPECT_EQ(still_listed, 1);
         obj.events.clear();
     }
+    obj.onChange = nullptr;
     // Only the surviving channel is reported, once per kind.
     chEvents want;
     for (CH_CHANGE_TYPE kind : held)
