@@ -19,6 +19,8 @@
 
 namespace {
 
+using chEvents = std::vector<std::pair<int, void *>>;
+
 class chRecorder : public CH_Collection
 {
 public:
@@ -29,11 +31,9 @@ public:
         if (onChange)
             onChange(type, data);
     }
-    std::vector<std::pair<int, void *>> events;
+    chEvents events;
     std::function<void(CH_CHANGE_TYPE, void *)> onChange; // runs after recording
 };
-
-using chEvents = std::vector<std::pair<int, void *>>;
 
 class CHEvents : public ::testing::Test
 {
