@@ -20,11 +20,26 @@ CH_Collection *CH_EventHandler::ownerOf(CH_CHANGE_TYPE type, void *data)
     return nullptr;
 }
 
+namespace {
+
+// Every deletion passes here, whichever handler is current; a batch still
+// being delivered is not current and must hear of it too. Out of line, so
+// that the common path of immediate delivery stays a bare forwarding call.
+__attribute__((noinline)) void chDeliverDeletion(CH_Collection *target, void *data)
+{
+    CHgetEventManager()->channelDeleted(data);
+    target->setChanged(CH_CHANNELS_DELETED, data);
+}
+
+} // namespace
+
 void CH_EventHandler::event(CH_CHANGE_TYPE type, void *data)
 {
     CH_Collection *target = ownerOf(type, data);
     if (!target)
         return;
+    if (type == CH_CHANNELS_DELETED)
+        return chDeliverDeletion(target, data);
     target->setChanged(type, type == CH_SCOPE_CHANGED ? nullptr : data);
 }
 
@@ -314,8 +329,5 @@ CH_EventManager *CHgetEventManager()
 
 void CHevent(CH_CHANGE_TYPE type, void *data)
 {
-    CH_EventManager *manager = CHgetEventManager();
-    manager->getHandler()->event(type, data);
-    if (type == CH_CHANNELS_DELETED)
-        manager->channelDeleted(data);
+    CHgetEventManager()->getHandler()->event(type, data);
 }
