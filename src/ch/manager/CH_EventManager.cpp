@@ -194,10 +194,11 @@ void CH_EventHandlerHash::unchain(std::size_t slot)
     mySlots[slot].next = 0;
 }
 
-void CH_EventHandlerHash::insert(void *data, CH_Collection *owner, unsigned bit)
+// The slow side of holding an event: a new entry, or one whose channel is
+// now in another collection (or whose collection was forgotten).
+__attribute__((noinline)) void CH_EventHandlerHash::hold(void *data, CH_Collection *owner,
+                                                         unsigned bit, chHeld *held)
 {
-    // Edits usually come in runs on one channel.
-    chHeld *held = myLast && myLast->data == data ? myLast : find(data);
     if (!held)
     {
         // Keep the table at most half full.
@@ -213,15 +214,11 @@ void CH_EventHandlerHash::insert(void *data, CH_Collection *owner, unsigned bit)
         held->next = 0;
         ++myUsed;
     }
-    if (held->owner != owner)
-    {
-        // New, forgotten, or a channel that moved to another collection.
-        const std::size_t slot = static_cast<std::size_t>(held - mySlots.get());
-        if (held->owner)
-            unchain(slot);
-        held->owner = owner;
-        chain(slot);
-    }
+    const std::size_t slot = static_cast<std::size_t>(held - mySlots.get());
+    if (held->owner)
+        unchain(slot);
+    held->owner = owner;
+    chain(slot);
     held->types |= bit;
     myLast = held;
 }
@@ -230,8 +227,18 @@ void CH_EventHandlerHash::event(CH_CHANGE_TYPE type, void *data)
 {
     if (type >= theFirstHeld && type <= theLastHeld)
     {
-        if (CH_Collection *owner = ownerOf(type, data))
-            insert(data, owner, heldBit(type));
+        CH_Collection *owner = data ? static_cast<CH_Channel *>(data)->getCollection() : nullptr;
+        if (!owner)
+            return;
+        // Edits usually come in runs on one channel.
+        chHeld *held = myLast && myLast->data == data ? myLast : find(data);
+        if (held && held->owner == owner)
+        {
+            held->types |= heldBit(type);
+            myLast = held;
+            return;
+        }
+        hold(data, owner, heldBit(type), held);
         return;
     }
     if (type == CH_CHANNELS_DELETED)

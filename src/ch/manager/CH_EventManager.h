@@ -66,7 +66,7 @@ private:
     };
 
     chHeld *find(void *data);
-    void insert(void *data, CH_Collection *owner, unsigned bit);
+    void hold(void *data, CH_Collection *owner, unsigned bit, chHeld *held);
     void grow();
     chOwner *findOwner(CH_Collection *owner);
     void chain(std::size_t slot);
