@@ -244,6 +244,47 @@ TEST_F(CHEvents, ForgettingCollectionsKeepsTheOthersHeldEvents)
     }
 }
 
+TEST_F(CHEvents, AChannelMovedToAnotherCollectionIsHeldForThatOne)
+{
+    // The pointer 'moved' passes from 'from' to 'to' by a swap: its held
+    // events go to 'to', and go with whichever collection is destroyed.
+    enum { NONE, FROM, TO };
+    for (int destroyed : {NONE, FROM, TO})
+    {
+        SCOPED_TRACE(destroyed);
+        auto *from = new chRecorder(&mgr, &root, "from");
+        auto *to = new chRecorder(&mgr, &root, "to");
+        CH_Channel *c = from->addChannel("c");
+        CH_Channel *moved = from->addChannel("moved");
+        CH_Channel *y = to->addChannel("y");
+        from->events.clear();
+        to->events.clear();
+        {
+            CH_AutoEventHandler batch;
+            CHevent(CH_CHANNEL_CHANGED, c);
+            CHevent(CH_CHANNELS_MOVED, moved);
+            moved->swap(*y);
+            ASSERT_EQ(moved->getCollection(), to);
+            CHevent(CH_CHANNEL_CHANGED, moved);
+            if (destroyed == FROM)
+                delete from;
+            if (destroyed == TO)
+                delete to;
+        }
+        if (destroyed != FROM)
+        {
+            EXPECT_EQ(from->events, (chEvents{{CH_CHANNEL_CHANGED, c}}));
+            delete from;
+        }
+        if (destroyed != TO)
+        {
+            EXPECT_EQ(to->events,
+                      (chEvents{{CH_CHANNEL_CHANGED, moved}, {CH_CHANNELS_MOVED, moved}}));
+            delete to;
+        }
+    }
+}
+
 TEST_F(CHEvents, EventsRaisedDuringTheFlushGoOutAtOnce)
 {
     // Reacting to a later kind with an earlier one: a held event would be
