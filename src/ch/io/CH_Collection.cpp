@@ -54,6 +54,7 @@ CH_Collection::CH_Collection(CH_Manager *manager, CH_Collection *parent, const c
 
 CH_Collection::~CH_Collection()
 {
+    CHgetEventManager()->collectionDestroyed(this);
     deleteChannels();
 }
 

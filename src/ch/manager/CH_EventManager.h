@@ -3,7 +3,10 @@
 
 #include <ch/manager/CH_ChangeType.h>
 
-#include <unordered_map>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
 
 class CH_Collection;
 
@@ -15,6 +18,12 @@ class CH_EventHandler
 public:
     virtual ~CH_EventHandler() = default;
     virtual void event(CH_CHANGE_TYPE type, void *data);
+    /// Called as 'collection' is being destroyed: a handler that holds
+    /// events must not reach it afterwards. Nothing to do for this one.
+    virtual void forget(CH_Collection *collection);
+    /// Called for a channel deleted while this handler's batch is being
+    /// delivered (it is no longer current then): drop what is held for it.
+    virtual void forgetChannel(void *channel);
     static CH_EventHandler *newHandler() { return new CH_EventHandler; }
 
 protected:
@@ -30,10 +39,46 @@ class CH_EventHandlerHash : public CH_EventHandler
 public:
     ~CH_EventHandlerHash() override;
     void event(CH_CHANGE_TYPE type, void *data) override;
+    /// Drops the collection as scope-change target and every held event
+    /// that would go to it.
+    void forget(CH_Collection *collection) override;
+    void forgetChannel(void *channel) override;
     static CH_EventHandler *newHandler() { return new CH_EventHandlerHash; }
 
 private:
-    std::unordered_map<void *, CH_Collection *> myTables[CH_NUM_CHANGE_TYPES];
+    // One open-addressing table for all held kinds: a channel's entry
+    // carries one bit per kind it changed in. Entries are never removed
+    // until the table grows, only emptied (no bits), so lookups stay simple
+    // and the table may be emptied while the flush walks it. The entries of
+    // one collection are also chained, so forgetting a collection costs
+    // only its own entries.
+    struct chHeld
+    {
+        void *data;
+        CH_Collection *owner; // null once forgotten (and then unchained)
+        unsigned types;
+        std::uint32_t next; // slot + 1 of the owner's next entry; 0 ends
+    };
+    struct chOwner
+    {
+        CH_Collection *owner;
+        std::uint32_t head; // slot + 1 of its first entry; 0: none
+    };
+
+    chHeld *find(void *data);
+    void hold(void *data, CH_Collection *owner, unsigned bit, chHeld *held);
+    void grow();
+    chOwner *findOwner(CH_Collection *owner);
+    void chain(std::size_t slot);
+    void unchain(std::size_t slot);
+
+    std::unique_ptr<chHeld[]> mySlots;
+    std::size_t myMask = 0; // capacity - 1; capacity is a power of two or 0
+    std::size_t myUsed = 0; // slots with a key, emptied ones included
+    chHeld *myLast = nullptr; // the entry of the last held event
+    std::unique_ptr<chOwner[]> myOwners; // same scheme, keyed by collection
+    std::size_t myOwnerMask = 0;
+    std::size_t myOwnerCount = 0;
     bool myScopeChangePending = false;
     void *myScopeChangeTarget = nullptr;
 };
@@ -59,10 +104,23 @@ public:
     CH_EventHandler *getHandler() const { return myHandler; }
     int getNestingDepth() const { return myDepth; }
 
+    /// Called at the start of a collection's destructor: the current handler,
+    /// and any handler still delivering its batch, forget the collection.
+    void collectionDestroyed(CH_Collection *collection);
+    /// Tells the handlers still delivering a batch that a channel went.
+    void channelDeleted(void *channel)
+    {
+        for (CH_EventHandler *flushing : myFlushing)
+            flushing->forgetChannel(channel);
+    }
+
 private:
     CH_EventHandler *myDefault;
     CH_EventHandler *myHandler;
     int myDepth = 0;
+    // Handlers whose batch is being delivered (more than one when a
+    // setChanged runs a batch of its own).
+    std::vector<CH_EventHandler *> myFlushing;
 };
 
 /// The process-wide event manager, created on first use, never destroyed.
