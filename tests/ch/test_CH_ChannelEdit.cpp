@@ -178,6 +178,49 @@ TEST_F(CHChannelEdit, FirstKeyMovesTheStartAndHoldsTheDefault)
     EXPECT_EQ(other->evaluate(3), 4.0f);
 }
 
+TEST_F(CHChannelEdit, PutKeyMakesTheKeyWhereverItFalls)
+{
+    struct Probe
+    {
+        float time, value;
+    };
+    struct Case
+    {
+        std::vector<chTestKey> keys; // empty: one key at 5 holding the default 2.5
+        float time, value;
+        float start, end;
+        std::vector<Probe> probes;
+    };
+    const Case cases[] = {
+        {{}, 2, 7, 2, 5, {{2, 7}, {3.5f, 4.75f}, {5, 2.5f}}},           // before a lone key
+        {{}, 9, 1, 5, 9, {{5, 2.5f}, {7, 1.75f}, {9, 1}}},              // after a lone key
+        {{{0, 0}, {10, 10}}, 4, 1, 0, 10, {{2, 0.5f}, {4, 1}, {7, 5.5f}}}, // inside
+        {{{0, 0}, {10, 10}}, 14, 3, 0, 14, {{5, 5}, {12, 6.5f}, {14, 3}}}, // after the last key
+        // Before the first: the new segment ends as the end segment's out half says.
+        {{{0, 0}, {10, 10}}, -4, 2, -4, 10, {{-4, 2}, {-2, 4}, {0, 0}, {5, 5}}},
+    };
+    for (const Case &c : cases)
+    {
+        SCOPED_TRACE(c.time);
+        ch->clear();
+        if (c.keys.empty())
+            ch->insertKeyFrame(5);
+        else
+        {
+            build(c.keys);
+            ch->getEndSegment()->setOutValue(6, false);
+        }
+        CH_Key key;
+        key.set(CH_VALUE, c.value);
+        ch->putKey(c.time, key);
+        EXPECT_EQ(ch->getNKeys(), c.keys.empty() ? 2 : 3);
+        EXPECT_EQ(ch->getStart(), c.start);
+        EXPECT_EQ(ch->getEnd(), c.end);
+        for (const Probe &p : c.probes)
+            EXPECT_FLOAT_EQ(at(p.time), p.value) << p.time;
+    }
+}
+
 TEST_F(CHChannelEdit, PutKeyTakesThePendingValueAndFillsSlopes)
 {
     build({{0, 0}, {10, 10}, {20, 30}});
