@@ -97,19 +97,31 @@ protected:
     float tol = 0.0f;
 };
 
-TEST_F(CHChannelEdit, SetKeyValueOnEmptyChannelLeavesAPendingValue)
+TEST_F(CHChannelEdit, FirstValueIsPendingAndFirstKeyMovesTheStart)
 {
     EXPECT_EQ(ch->setKeyValue(5, 10, false, true, true), -1);
     EXPECT_FALSE(ch->isPending());
-    EXPECT_EQ(ch->getDefaultValue(), 2.5f);
-
     EXPECT_EQ(ch->setKeyValue(5, 10, true, true, true), 0);
-    EXPECT_TRUE(ch->isPending());
-    EXPECT_TRUE(pendingListed());
+    EXPECT_TRUE(ch->isPending() && pendingListed());
     EXPECT_EQ(ch->getPendingEvalTime(), 10.0f);
-    EXPECT_EQ(ch->getDefaultValue(), 5.0f);
     for (float t : {-3.0f, 0.0f, 10.0f, 99.0f})
         EXPECT_EQ(at(t), 5.0f) << t;
+
+    CH_Channel *other = obj.addChannel("ty", 2.5f);
+    other->insertKeyFrame(3);
+    ASSERT_EQ(other->getNKeys(), 1);
+    EXPECT_EQ(other->getStart(), 3.0f);
+    EXPECT_STREQ(other->getEndSegment()->getExpression(), "linear()");
+    EXPECT_EQ(other->evaluate(-50), 2.5f);
+    // A key-creation expression (a frame) places the first key first.
+    other = obj.addChannel("tz", 1.0f);
+    mgr.setChanCreateKeyExpression("13");
+    CH_Key key;
+    key.set(CH_VALUE, 4);
+    other->putKey(3, key);
+    ASSERT_EQ(other->getNKeys(), 2);
+    EXPECT_FLOAT_EQ(other->getStart(), 12.0f / mgr.getSamplesPerSec());
+    EXPECT_EQ(other->evaluate(3), 4.0f);
 }
 
 TEST_F(CHChannelEdit, SetKeyValueAtAKeyGoesToTheSegmentStartingThere)
@@ -118,19 +130,19 @@ TEST_F(CHChannelEdit, SetKeyValueAtAKeyGoesToTheSegmentStartingThere)
     struct Case
     {
         float time;
-        int segment; // whose in value takes it; -1: nothing set
+        int control;      // integer control 124
+        int segment;      // whose in value takes 7; -1: nothing set
+    } const cases[] = {
+        {12, 0, 1}, {12 + 0.4f * tol, 0, 1}, {12 - 0.4f * tol, 0, 1}, {22, 0, 2}, {2, 0, 0},
+        {7, 0, -1}, {17, 0, -1}, {7, 1, -1}, {17, 1, 1}, // the control: constant segments only
     };
-    const Case cases[] = {
-        {12.0f, 1}, {12.0f + 0.4f * tol, 1}, {12.0f - 0.4f * tol, 1}, {22.0f, 2}, {2.0f, 0}, {7.0f, -1},
-    };
+    int old = UT_EnvControl::getInt(124);
     for (const Case &c : cases)
     {
-        build({{2, 0}, {12, 10}, {22, 30}});
+        build({{2, 0}, {12, 10, 0, 0, "constant()"}, {22, 30}});
         for (unsigned i = 0; i < 3; ++i)
-        {
-            seg(i)->tieInValue(false, false);
-            seg(i)->tieOutValue(false, false);
-        }
+            seg(i)->tieInValue(false, false), seg(i)->tieOutValue(false, false);
+        UT_EnvControl::setInt(124, c.control);
         SCOPED_TRACE(c.time);
         EXPECT_EQ(ch->setKeyValue(7, c.time, false, true, false), c.segment < 0 ? -1 : 0);
         const float in[] = {0, 10, 30}, out[] = {10, 30, 30};
@@ -140,58 +152,18 @@ TEST_F(CHChannelEdit, SetKeyValueAtAKeyGoesToTheSegmentStartingThere)
             EXPECT_EQ(seg(i)->getOutValue(), out[i]) << i;
         }
     }
-}
-
-TEST_F(CHChannelEdit, ControlSendsValuesOnConstantSegmentsToTheirInValue)
-{
-    int old = UT_EnvControl::getInt(124);
-    for (int control : {0, 1})
-    {
-        build({{0, 1, 0, 0, "constant()"}, {10, 4}});
-        UT_EnvControl::setInt(124, control);
-        int r = ch->setKeyValue(6, 5, false, true, false);
-        EXPECT_EQ(r, control ? 0 : -1) << control;
-        EXPECT_EQ(seg(0)->getInValue(), control ? 6.0f : 1.0f) << control;
-    }
     UT_EnvControl::setInt(124, old);
-}
-
-TEST_F(CHChannelEdit, FirstKeyMovesTheStartAndHoldsTheDefault)
-{
-    ch->insertKeyFrame(3);
-    ASSERT_EQ(ch->getNKeys(), 1);
-    EXPECT_EQ(ch->getStart(), 3.0f);
-    EXPECT_STREQ(ch->getEndSegment()->getExpression(), "linear()");
-    EXPECT_EQ(ch->getEndSegment()->getInValue(), 2.5f);
-    EXPECT_EQ(at(-50), 2.5f);
-    EXPECT_EQ(at(50), 2.5f);
-
-    // A key-creation expression places the first key at its frame first.
-    CH_Channel *other = obj.addChannel("ty", 1.0f);
-    mgr.setChanCreateKeyExpression("13");
-    CH_Key key;
-    key.set(CH_VALUE, 4);
-    other->putKey(3, key);
-    ASSERT_EQ(other->getNKeys(), 2);
-    EXPECT_FLOAT_EQ(other->getStart(), 12.0f / mgr.getSamplesPerSec());
-    EXPECT_FLOAT_EQ(other->getEnd(), 3.0f);
-    EXPECT_EQ(other->evaluate(3), 4.0f);
 }
 
 TEST_F(CHChannelEdit, PutKeyMakesTheKeyWhereverItFalls)
 {
-    struct Probe
-    {
-        float time, value;
-    };
+    struct Probe { float time, value; };
     struct Case
     {
         std::vector<chTestKey> keys; // empty: one key at 5 holding the default 2.5
-        float time, value;
-        float start, end;
+        float time, value, start, end;
         std::vector<Probe> probes;
-    };
-    const Case cases[] = {
+    } const cases[] = {
         {{}, 2, 7, 2, 5, {{2, 7}, {3.5f, 4.75f}, {5, 2.5f}}},           // before a lone key
         {{}, 9, 1, 5, 9, {{5, 2.5f}, {7, 1.75f}, {9, 1}}},              // after a lone key
         {{{0, 0}, {10, 10}}, 4, 1, 0, 10, {{2, 0.5f}, {4, 1}, {7, 5.5f}}}, // inside
@@ -206,10 +178,7 @@ TEST_F(CHChannelEdit, PutKeyMakesTheKeyWhereverItFalls)
         if (c.keys.empty())
             ch->insertKeyFrame(5);
         else
-        {
-            build(c.keys);
-            ch->getEndSegment()->setOutValue(6, false);
-        }
+            build(c.keys), ch->getEndSegment()->setOutValue(6, false);
         CH_Key key;
         key.set(CH_VALUE, c.value);
         ch->putKey(c.time, key);
@@ -226,10 +195,7 @@ TEST_F(CHChannelEdit, PutKeyTakesThePendingValueAndFillsSlopes)
     build({{0, 0}, {10, 10}, {20, 30}});
     mgr.setAutoSlope(true);
     // Auto slope: the line through the neighbours, or through an end key and its neighbour.
-    struct Case
-    {
-        float time, value, slope;
-    };
+    struct Case { float time, value, slope; };
     for (const Case &c : {Case{10, 10, 1.5f}, Case{20, 40, 3.0f}, Case{0, -10, 2.0f}})
     {
         CH_Key key;
@@ -268,8 +234,7 @@ TEST_F(CHChannelEdit, FullKeysCarryTheExpression)
 {
     build({{0, 0, 0, 0, "linear()"}, {10, 10, 0, 0, "ease()"}, {20, 30}});
     CH_FullKey key;
-    ASSERT_TRUE(ch->getFullKey(10, key));
-    EXPECT_TRUE(key.myHasExpression);
+    ASSERT_TRUE(ch->getFullKey(10, key) && key.myHasExpression);
     EXPECT_STREQ(key.myExpression, "ease()");
     ASSERT_TRUE(ch->getFullKey(10, key, true));
     EXPECT_STREQ(key.myExpression, "linear()");
@@ -295,12 +260,10 @@ TEST_F(CHChannelEdit, DestroyingKeys)
     // The middle key goes: one segment, the first one's expression, ending as
     // the right one ended.
     build({{0, 1, 0, 0, "linear()"}, {4, 5, 0, 0, "ease()"}, {10, 2, 0.5f}});
-    seg(1)->setOutSlope(0.5f, false);
     ch->destroyKeyFrame(4);
     ASSERT_EQ(ch->getNKeys(), 2);
     EXPECT_EQ(seg(0)->getLength(), 10.0f);
     EXPECT_STREQ(seg(0)->getExpression(), "linear()");
-    EXPECT_EQ(seg(0)->getInValue(), 1.0f);
     EXPECT_EQ(seg(0)->getOutValue(), 2.0f);
     EXPECT_EQ(seg(0)->getOutSlope(), 0.5f);
     EXPECT_EQ(at(5), 1.5f);
@@ -327,8 +290,7 @@ TEST_F(CHChannelEdit, SplitExpressionFollowsAutoSplit)
         float time;
         unsigned made; // the segment made by the split
         const char *expr;
-    };
-    const Case cases[] = {
+    } const cases[] = {
         {true, 5, 1, "bezier()"}, {false, 5, 1, "cubic()"},   // inside
         {true, -5, 0, "bezier()"}, {false, -5, 0, "cubic()"}, // before the first key
         {true, 15, 1, "bezier()"}, {false, 15, 1, "cubic()"}, // after the last key
