@@ -359,6 +359,27 @@ TEST_F(CHChannelEdit, KeyEditsNeverRunTheExpression)
     EXPECT_EQ(theCalls, 0);
     EXPECT_FLOAT_EQ(at(14), 3.0f); // and the expression does run when evaluated
     EXPECT_GT(theCalls, 0);
+
+    // What a segment uses is known from the names in its text, unevaluated.
+    struct Use
+    {
+        const char *text;
+        bool in_value, out_value, slopes, accels;
+    } const uses[] = {
+        {"1", false, false, false, false},
+        {"$IV * 2", true, false, false, false},
+        {"if(1, $OV, $OM)", false, true, true, false},
+        {"if(0, bezier(), 1)", true, true, true, true},
+    };
+    for (const Use &u : uses)
+    {
+        CH_Segment s(u.text, CH_ORVISH, ch, 1.0f);
+        EXPECT_EQ(s.isInValueUsed(), u.in_value) << u.text;
+        EXPECT_EQ(s.isOutValueUsed(), u.out_value) << u.text;
+        EXPECT_EQ(s.isInSlopeUsed(), u.slopes) << u.text;
+        EXPECT_EQ(s.isInAccelUsed(), u.accels) << u.text;
+        EXPECT_TRUE(s.getCHExpr()->modified()) << u.text; // never ran
+    }
 }
 
 // Random channels: inserting a key keeps the curve, removing it restores the keys.
