@@ -204,7 +204,9 @@ TEST_F(CHChannelEdit, PutKeyTakesThePendingValueAndFillsSlopes)
         CH_Key back;
         ASSERT_TRUE(ch->getKey(c.time, back));
         if (c.time != 0) // the first key has no in half
+        {
             EXPECT_FLOAT_EQ(back.myIn.myV[CH_SLOPE], c.slope) << c.time;
+        }
         EXPECT_FLOAT_EQ(back.myOut.myV[CH_SLOPE], c.slope) << c.time;
         EXPECT_TRUE(back.myOut.myTied[CH_SLOPE]);
     }
