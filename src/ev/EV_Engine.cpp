@@ -84,6 +84,11 @@ int ev_ChangeExpr(EV_EXPRESSION *expr, const char *text, int thread)
     return expr->myProgram->compileError == 0;
 }
 
+unsigned EV_EXPRESSION::getCompiledUsage() const
+{
+    return myProgram ? myProgram->keyUsage : 0u;
+}
+
 // ev_EvaluateFloat and ev_EvaluateString live with the evaluators (evEvaluate.cpp).
 
 void ev_UnresolveVars(EV_EXPRESSION *expr, int)

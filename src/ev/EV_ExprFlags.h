@@ -36,6 +36,10 @@ enum : unsigned
     /// and the key numbers read (and bit 16).
     EV_FLAG_USAGE_MASK = EV_FLAG_TIMEDEP | EV_FLAG_BIT16 | EV_FLAG_VALUES | EV_FLAG_SLOPES | EV_FLAG_ACCELS,
 
+    /// The key numbers (and knots) an expression reads: known from the
+    /// functions it calls and the variables it names when it is compiled.
+    EV_FLAG_KEY_USAGE = EV_FLAG_VALUES | EV_FLAG_SLOPES | EV_FLAG_ACCELS | EV_FLAG_KNOTS,
+
     /// What makes a segment's expression depend on time: the usage bits and
     /// the knots.
     EV_FLAG_TIME_DEPENDENT_MASK = EV_FLAG_USAGE_MASK | EV_FLAG_KNOTS,

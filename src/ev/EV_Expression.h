@@ -46,6 +46,11 @@ struct EV_EXPRESSION
     int getCompileErrorOffset() const;
     const char *getCompileErrorToken() const;
 
+    /// The key-usage bits (EV_FLAG_KEY_USAGE) of the functions the text
+    /// calls and the variables it names, as registered when it was compiled.
+    /// Unlike the flag word, known without running the expression.
+    unsigned getCompiledUsage() const;
+
     /// The engine keeps no result cache, so there is nothing to dirty.
     void dirtyExpr() {}
 

@@ -171,6 +171,7 @@ private:
             if (!compile(kid))
                 return false;
         myFlags |= record->getUserFlags() & EV_FLAG_MATCH;
+        myProg.keyUsage |= record->getUserFlags() & EV_FLAG_KEY_USAGE;
         myProg.calls.push_back({slot, argc});
         myProg.maxArgs = std::max(myProg.maxArgs, argc);
         if (record->getResultType() != EV_TYPEFLOAT)
@@ -212,6 +213,7 @@ private:
         if (!b.type || (b.binding.flags & EV_VarBinding::STRING))
             myProg.usesStrings = true; // unbound names may turn out to be strings
         b.orMask = evBindingMask(b.binding);
+        myProg.keyUsage |= b.orMask & EV_FLAG_KEY_USAGE;
         myProg.bindings.push_back(std::move(b));
         return static_cast<int>(myProg.bindings.size()) - 1;
     }

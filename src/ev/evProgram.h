@@ -98,6 +98,8 @@ public:
     const evBinding *bindingPtr = nullptr;
     const evCallSite *callPtr = nullptr;
     alignas(double) unsigned char mySmall[64];
+    /// Key-usage bits of the called functions and named variables.
+    unsigned keyUsage = 0;
 
     std::vector<evInstr> code;
     std::vector<double> numbers;

@@ -15,6 +15,8 @@
 #include <vector>
 
 class CH_Collection;
+class CH_FullKey;
+class CH_Key;
 class CH_Manager;
 class UT_IntArray;
 
@@ -155,6 +157,43 @@ public:
     /// [start, end), ascending, each once.
     void getKeyFrames(UT_IntArray &frames, float start, float end) const;
 
+    // ---- Key editing ------------------------------------------------------------
+    // Times are global. Every edit first asks the collection canAccess(0x92);
+    // refused, it changes nothing and raises nothing.
+    /// At a key (within tolerance) with at_key_only: sets the key's value
+    /// (the segment starting there; the end segment at the last key).
+    /// Elsewhere, with set_pending: keeps the value as the pending value at
+    /// the time. Returns 0, or -1 when refused or nothing was set.
+    int setKeyValue(float value, float time, bool set_pending = true, bool at_key_only = true,
+                    bool notify = true);
+    /// True and the key when one lies at the time; otherwise false and the
+    /// curve sampled there (value, slope and accels, tied halves).
+    bool getKey(float time, CH_Key &key, bool accel_ratios = true);
+    /// Writes the key at the time, making one there first when needed; a
+    /// pending value at the time becomes its value, unset slopes and accels
+    /// are filled (automatic slope or the default slope, ratio 1/3).
+    void putKey(float time, const CH_Key &key, bool accel_ratios = true);
+    /// getKey plus the expression of the segment starting at the key (with
+    /// reverse, of the one ending there).
+    bool getFullKey(float time, CH_FullKey &key, bool reverse = false, bool accel_ratios = true);
+    /// putKey, then the key's expression (when it has one) on the segment
+    /// starting at the key.
+    void putFullKey(float time, const CH_FullKey &key, bool accel_ratios = true);
+    /// Makes a key at the time that keeps the curve's value and slope there.
+    void insertKeyFrame(float time);
+    /// Moves the channel's start; a pending value keeps its global time.
+    void scroll(float new_start, bool notify = true);
+    /// Removes the key at the time, merging the segments around it.
+    void destroyKeyFrame(float time);
+    /// The curve at a time away from a key, as a key (no segment: the
+    /// default value, slope 0).
+    void sampleKey(float time, CH_Key &key, bool accel_ratios = true);
+    /// A pending value at the time (within tolerance, or held) becomes the
+    /// key's value and stops being pending.
+    void applyPendingToKey(CH_Key &key, float time);
+    /// Fills the halves whose slope is not set, and unset accels (ratio 1/3).
+    void applyAutoSlopeToKey(CH_Key &key);
+
     // ---- Disabled ranges --------------------------------------------------------
     int getNDisableSegments() const { return myDisableSegments.entries(); }
     CH_Segment *getDisableSegment(unsigned index) const;
@@ -263,6 +302,16 @@ private:
     };
     void setFlag(std::uint8_t bit, bool on) { myFlags = on ? (myFlags | bit) : (myFlags & ~bit); }
     void setPending(bool on, float local_time);
+    /// Creates a key at the global time (nothing at an existing key).
+    /// snap_first: an empty channel places its first key by the manager's
+    /// key-creation expression.
+    void splitSegment(float time, bool accel_ratios, bool snap_first = true);
+    /// The split rule: a segment made by a split keeps its source's
+    /// expression with auto split on, else takes the default split expression.
+    void applySplitExpression(CH_Segment *made, const CH_Segment *source, bool auto_split);
+    /// Start = new start, the pending time following; CH_CHANNELS_MOVED when
+    /// it moved by more than the tolerance and notify.
+    void moveStart(float new_start, bool notify);
     int findSegmentIdx(float local_time, float tol) const;
     /// Keys, their local times and frames, from the segment index.
     int numKeyTimes() const { return myEndSegment ? myIndex.segments() + 1 : 0; }

@@ -288,12 +288,13 @@ void CH_Segment::changeExpression(const char *text, CH_ExprLanguage language, bo
         CHevent(CH_CHANNELS_MAJOR_CHANGE, myChannel);
 }
 
-bool CH_Segment::usesFlagRefreshed(bool (CH_Expression::*query)() const) const
+bool CH_Segment::usesFlag(unsigned mask) const
 {
+    // Known from the compiled text (plus what runs have gathered): asking
+    // must never run the user's expression, as editing a key does.
     if (!myExpression)
         return false;
-    updateExprFlags();
-    return ((*myExpression).*query)();
+    return ((myExpression->getExpressionFlag() | myExpression->getCompiledUsage()) & mask) != 0;
 }
 
 void CH_Segment::updateExprFlags() const
@@ -303,11 +304,11 @@ void CH_Segment::updateExprFlags() const
                                    UT_Thread::getMySequentialThreadIndex());
 }
 
-bool CH_Segment::isInValueUsed() const { return usesFlagRefreshed(&CH_Expression::usesInValue); }
-bool CH_Segment::isOutValueUsed() const { return usesFlagRefreshed(&CH_Expression::usesOutValue); }
-bool CH_Segment::isInSlopeUsed() const { return usesFlagRefreshed(&CH_Expression::usesSlopes); }
-bool CH_Segment::isInAccelUsed() const { return usesFlagRefreshed(&CH_Expression::usesAccels); }
-bool CH_Segment::isSplineUsed() const { return usesFlagRefreshed(&CH_Expression::usesKnots); }
+bool CH_Segment::isInValueUsed() const { return usesFlag(EV_FLAG_INVALUE); }
+bool CH_Segment::isOutValueUsed() const { return usesFlag(EV_FLAG_OUTVALUE); }
+bool CH_Segment::isInSlopeUsed() const { return usesFlag(EV_FLAG_SLOPES); }
+bool CH_Segment::isInAccelUsed() const { return usesFlag(EV_FLAG_ACCELS); }
+bool CH_Segment::isSplineUsed() const { return usesFlag(EV_FLAG_KNOTS); }
 
 void CH_Segment::dirtyExprCache()
 {

@@ -84,7 +84,7 @@ public:
     bool getValueTied(bool in, CH_ValueTypes kind) const;
     void setValueTied(bool in, CH_ValueTypes kind, bool tied);
     /// Whether the expression reads that number (slopes and accels count
-    /// for both sides).
+    /// for both sides), from the names its text uses: never evaluates.
     bool getValueValid(bool in, CH_ValueTypes kind) const;
 
     // ---- Ties and locks ----------------------------------------------------------
@@ -247,7 +247,7 @@ private:
     void setExpressionText(const char *text, CH_ExprLanguage language);
     void holdLastKey(float value, bool propagate);
     void afterValueSet(float value, bool propagate, bool hold);
-    bool usesFlagRefreshed(bool (CH_Expression::*query)() const) const;
+    bool usesFlag(unsigned mask) const;
     /// With remove the segment also leaves its old group's entries and joins
     /// the new group's (a segment without a channel joins none); without it
     /// only the pointer is stored (the group calls so for its own entries).

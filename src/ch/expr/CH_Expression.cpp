@@ -312,6 +312,11 @@ bool CH_Expression::usesSlopes() const { return usesFlag(EV_FLAG_SLOPES); }
 bool CH_Expression::usesAccels() const { return usesFlag(EV_FLAG_ACCELS); }
 bool CH_Expression::usesKnots() const { return usesFlag(EV_FLAG_KNOTS); }
 
+unsigned CH_Expression::getCompiledUsage() const
+{
+    return myLanguage == CH_PYTHON ? 0u : myExpr->getCompiledUsage();
+}
+
 void CH_Expression::dirtyExprCache()
 {
     if (myLanguage != CH_PYTHON)

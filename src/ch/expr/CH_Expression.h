@@ -122,6 +122,11 @@ public:
     bool usesAccels() const;
     bool usesKnots() const;
 
+    /// The key numbers the text reads (EV_FLAG_KEY_USAGE bits), from the
+    /// functions and variables it names, known since it was compiled; no
+    /// evaluation. 0 for Python.
+    unsigned getCompiledUsage() const;
+
     /// Orvish only: the engine's cached result is stale.
     void dirtyExprCache();
     /// Variables are looked up by name again at each evaluation.
