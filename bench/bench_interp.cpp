@@ -59,7 +59,7 @@ struct chBenchScene
         }
         for (int k = 0; k < KINDS; ++k)
         {
-            channels[k] = obj.addChannel(theExprs[k]);
+            channels[k] = obj.addChannel(("kind" + std::to_string(k)).c_str());
             for (chTestKey &key : keys)
                 key.expr = theExprs[k];
             chTestChannelBuilder::build(*channels[k], keys);
