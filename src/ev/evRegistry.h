@@ -4,6 +4,7 @@
 #include <ev/EV_Engine.h>
 #include "evProgram.h"
 
+#include <ut/UT_Thread.h>
 #include <ut/UT_ThreadSlots.h>
 
 #include <atomic>
@@ -123,6 +124,10 @@ inline evThreadState &evGetThreadState(int thread)
     evThreadStates *states = evTheThreadStates.load(std::memory_order_acquire);
     if (__builtin_expect(states == nullptr, 0))
         return evGetFirstThreadState(thread);
+    // Most hosts pass 0: the calling thread's number is one thread-local
+    // read here, where the slots would resolve it out of line.
+    if (thread <= 0)
+        thread = UT_Thread::getMySequentialThreadIndex();
     return states->get(thread);
 }
 
