@@ -193,6 +193,36 @@ TEST_F(CHChannelMove, StretchScalesToTheNewRange)
     EXPECT_EQ(keyTimes(ch), (std::vector<float>{1, 3, 5}));
 }
 
+TEST_F(CHChannelMove, StretchLeavesATiedOutSideToTheNextSegment)
+{
+    // Handles as lengths: slope 0, so a side that is stretched doubles with the time.
+    struct Case
+    {
+        const char *next;        // the second segment's expression
+        bool slope_tied, accel_tied;
+        float out_accel;         // the first segment's, after doubling the time
+        bool accel_tied_after;
+    } const cases[] = {
+        {"bezier()", false, false, 0.6f, false},
+        {"bezier()", true, false, 0.3f, false}, // follows the next in side, which is not tied
+        {"bezier()", true, true, 0.6f, true},   // takes the next in side, stretched
+        {"linear()", true, true, 0.6f, true},   // a kind without accels keeps the tie
+        {"if(0, bezier(), linear())", true, true, 0.3f, false}, // another kind with accels: untied
+    };
+    for (const Case &c : cases)
+    {
+        SCOPED_TRACE(std::string(c.next) + " " + std::to_string(c.slope_tied) + std::to_string(c.accel_tied));
+        build(ch, {{0, 0, 0, 0.3f, "bezier()"}, {1, 1, 0, 0.3f, c.next}, {2, 0, 0, 0.3f}});
+        seg(0)->tieOutSlope(c.slope_tied, true, 0);
+        seg(0)->tieOutAccel(c.accel_tied, true);
+        ch->stretch(0, 4);
+        EXPECT_EQ(keyTimes(ch), (std::vector<float>{0, 2, 4}));
+        EXPECT_FLOAT_EQ(seg(0)->getOutAccel(), c.out_accel);
+        EXPECT_EQ(seg(0)->isOutAccelTied(), c.accel_tied_after);
+        EXPECT_FLOAT_EQ(seg(0)->getInAccel(), 0.6f);
+    }
+}
+
 // Random unit-sized channels, start not 0.
 TEST_F(CHChannelMove, RandomMovesAndStretchesComeBack)
 {
@@ -267,6 +297,7 @@ TEST_F(CHChannelMove, FindKeyInEachDirection)
         float time, direction, found;
     } const cases[] = {
         {5, 1, 11}, {5, -1, 1}, {5 + 0.5f, 1, 11}, {5 - 0.5f, -1, 1}, // a key at time is skipped
+        {5 - 0.5f, 1, 11}, {5 + 0.5f, -1, 1},
         {3, 1, 5},  {3, -1, 1}, {0, 1, 1},         {0, -1, 0},        // beyond the first key
         {20, -1, 11}, {20, 1, 20}, {11, 1, 11}, {11, -1, 5},          // the end segment is a key
         {5, 0, 5},  {1, -1, 1}, {3, 0.25f, 5},
