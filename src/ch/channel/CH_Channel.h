@@ -18,6 +18,7 @@ class CH_Collection;
 class CH_FullKey;
 class CH_Key;
 class CH_Manager;
+class UT_FloatArray;
 class UT_IntArray;
 
 /// One animated parameter: segments in time order covering local time 0 to
@@ -193,6 +194,27 @@ public:
     void applyPendingToKey(CH_Key &key, float time);
     /// Fills the halves whose slope is not set, and unset accels (ratio 1/3).
     void applyAutoSlopeToKey(CH_Key &key);
+    /// Replaces the end segment by one of the expression at the manager's
+    /// global start, holding the default value: an empty channel becomes a
+    /// one-key channel there.
+    void initializeFirstSegment(const char *expression, CH_ExprLanguage language);
+
+    // ---- Moving and stretching keys ------------------------------------------------
+    // Times are global; the same access rule as the key edits.
+    /// Moves the key at old_time to new_time by changing segment lengths (or
+    /// the start); reaching or passing a neighbouring key instead copies the
+    /// key there (replacing that one) and removes it from old_time. Nothing
+    /// when the move is within the tolerance or no key lies at old_time.
+    void moveKeyFrame(float old_time, float new_time);
+    /// Copies source's key at source_time (values, slopes, accels, ties,
+    /// expression and time group) to a key at time here.
+    void transferKey(float time, CH_Channel *source, float source_time);
+    /// The global time of the nearest key beyond the tolerance from time,
+    /// later for direction > 0, earlier for < 0; time itself when the
+    /// direction is 0 or there is no key that way. O(log n).
+    float findKey(float time, float direction) const;
+    /// Starts the channel at new_start and scales its keys to end at new_end.
+    void stretch(float new_start, float new_end);
 
     // ---- Disabled ranges --------------------------------------------------------
     int getNDisableSegments() const { return myDisableSegments.entries(); }
@@ -312,6 +334,10 @@ private:
     /// Start = new start, the pending time following; CH_CHANNELS_MOVED when
     /// it moved by more than the tolerance and notify.
     void moveStart(float new_start, bool notify);
+    /// The length-changing move of moveKeyFrame.
+    void moveKeyInternal(float old_time, float new_time);
+    /// Scales every list segment's length (and its slopes) by factor.
+    void deNormalize(float factor);
     int findSegmentIdx(float local_time, float tol) const;
     /// Keys, their local times and frames, from the segment index.
     int numKeyTimes() const { return myEndSegment ? myIndex.segments() + 1 : 0; }
@@ -378,5 +404,11 @@ private:
     CH_SegmentIndex myIndex;
     CH_Channel *myRotationTriple[3] = {nullptr, nullptr, nullptr};
 };
+
+/// Moves each key old_base + k of the channel to new_base + k, for each k of
+/// key_times (ascending): the last key first when moving later, the first
+/// key first when moving earlier, so that no key lands on one not yet moved.
+void CHmoveKeysWithDelta(CH_Channel *channel, const UT_FloatArray &key_times, float old_base,
+                         float new_base);
 
 #endif

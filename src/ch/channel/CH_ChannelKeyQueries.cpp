@@ -78,6 +78,25 @@ int CH_Channel::findKeyframe(int frame, int direction) const
     return frame;
 }
 
+float CH_Channel::findKey(float time, float direction) const
+{
+    // A key within the tolerance of time is skipped, by the same differences
+    // keyIndexAt uses; the last time in the index is the end segment's key.
+    int n = numKeyTimes();
+    float t = localTime(time), tol = getTolerance();
+    if (direction > 0.0f)
+    {
+        int k = firstNotBefore(n, [&](int i) { return myIndex.time(i) - t <= tol; });
+        return k < n ? globalTime(myIndex.time(k)) : time;
+    }
+    if (direction < 0.0f)
+    {
+        int k = firstNotBefore(n, [&](int i) { return myIndex.time(i) - t < -tol; });
+        return k > 0 ? globalTime(myIndex.time(k - 1)) : time;
+    }
+    return time;
+}
+
 void CH_Channel::getKeyFrames(UT_IntArray &frames, float start, float end) const
 {
     frames.clear();

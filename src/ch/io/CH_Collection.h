@@ -191,6 +191,11 @@ public:
     bool setChannelAlias(CH_Channel &channel, const char *alias);
 
     // ---- Queries --------------------------------------------------------------------
+    /// The nearest key time over all channels beyond the tolerance from time
+    /// in the direction (CH_Channel::findKey); time itself when none or the
+    /// direction is 0. Of two channels as near, the later-listed one's
+    /// key is kept.
+    float findKey(float time, int direction) const;
     /// Evaluates every channel at the thread's evaluation time and gives
     /// the range the channels span: the least start and the greatest end.
     /// Channels of a single constant key (no spline knots) do not count.

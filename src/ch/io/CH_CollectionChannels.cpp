@@ -375,6 +375,25 @@ bool CH_Collection::getCollectionRange(float &start, float &end, bool &time_depe
     return any;
 }
 
+float CH_Collection::findKey(float time, int direction) const
+{
+    if (direction == 0)
+        return time;
+    const float tol = getTolerance();
+    float best = time;
+    bool found = false;
+    // Last to first; of two as near the one found first stays.
+    for (int i = myChannels.entries() - 1; i >= 0; --i) {
+        const float k = myChannels(i)->findKey(time, static_cast<float>(direction));
+        const bool beyond = direction > 0 ? k - time > tol : time - k > tol;
+        if (beyond && (!found || (direction > 0 ? k < best : k > best))) {
+            best = k;
+            found = true;
+        }
+    }
+    return best;
+}
+
 bool CH_Collection::findString(const char *text, bool whole_word, bool case_sensitive) const
 {
     for (const CH_Channel *c : myChannels)
