@@ -33,6 +33,8 @@ void CH_Channel::initializeFirstSegment(const char *expression, CH_ExprLanguage 
     delete myEndSegment;
     myEndSegment = new CH_Segment(expression, language, this, 0.0f);
     adjustSegmentTimes(false); // lays the new segment out and links it
+    // Twice, as hosts have always seen it: two change events.
+    setKeyValue(myDefaultValue, myStart, false, true, true);
     setKeyValue(myDefaultValue, myStart, false, true, true);
 }
 
