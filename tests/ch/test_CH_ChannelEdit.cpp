@@ -11,6 +11,7 @@
 #include <ev/EV_Function.h>
 #include <ev/EV_Symbol.h>
 #include <support/chTestChannelBuilder.h>
+#include <support/chTestUlps.h>
 #include <ut/UT_EnvControl.h>
 #include <ut/UT_PtrArray.h>
 
@@ -51,18 +52,7 @@ void countCall(EV_FUNCTION *, EV_SYMBOL *r, EV_SYMBOL **, int)
 }
 EV_FUNCTION theCounter{0, "chk_count", 0, EV_TYPEFLOAT, nullptr, countCall, nullptr, nullptr, 0};
 
-// Float distance in units in the last place (same sign assumed near).
-std::int64_t ulps(float a, float b)
-{
-    std::int32_t ia, ib;
-    std::memcpy(&ia, &a, 4);
-    std::memcpy(&ib, &b, 4);
-    if (ia < 0)
-        ia = INT32_MIN - ia;
-    if (ib < 0)
-        ib = INT32_MIN - ib;
-    return std::llabs(static_cast<std::int64_t>(ia) - ib);
-}
+std::int64_t ulps(float a, float b) { return chTestUlps(a, b); }
 
 class CHChannelEdit : public ::testing::Test
 {

@@ -8,6 +8,7 @@
 #include <ch/manager/CH_TimeGroup.h>
 
 #include <support/chTestChannelBuilder.h>
+#include <support/chTestUlps.h>
 #include <ut/UT_FloatArray.h>
 
 #include <gtest/gtest.h>
@@ -38,17 +39,7 @@ public:
     int events = 0;
 };
 
-std::int64_t ulps(float a, float b)
-{
-    std::int32_t ia, ib;
-    std::memcpy(&ia, &a, 4);
-    std::memcpy(&ib, &b, 4);
-    if (ia < 0)
-        ia = INT32_MIN - ia;
-    if (ib < 0)
-        ib = INT32_MIN - ib;
-    return std::llabs(static_cast<std::int64_t>(ia) - ib);
-}
+std::int64_t ulps(float a, float b) { return chTestUlps(a, b); }
 
 class CHChannelMove : public ::testing::Test
 {
